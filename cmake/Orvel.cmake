@@ -1,0 +1,65 @@
+# What every target here is compiled with, and the two ways in which the folders declare targets.
+
+find_package(Threads REQUIRED)
+find_package(OpenSSL 3 REQUIRED)
+find_package(PkgConfig REQUIRED)
+find_package(Boost 1.81 REQUIRED COMPONENTS json)
+find_package(GTest)
+
+add_library(orvel_options INTERFACE)
+target_include_directories(orvel_options INTERFACE ${CMAKE_SOURCE_DIR})
+target_compile_options(orvel_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+                                               -Woverloaded-virtual -Wimplicit-fallthrough -Werror)
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  target_compile_options(orvel_options INTERFACE -Wthread-safety)
+endif()
+if(ORVEL_SANITIZE)
+  target_compile_options(orvel_options INTERFACE -fsanitize=${ORVEL_SANITIZE} -fno-omit-frame-pointer
+                                                 -fno-sanitize-recover=all)
+  target_link_options(orvel_options INTERFACE -fsanitize=${ORVEL_SANITIZE})
+  if(ORVEL_SANITIZE MATCHES thread AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    # Asio uses atomic_thread_fence, which gcc's thread sanitizer does not model.
+    target_compile_options(orvel_options INTERFACE -Wno-tsan)
+  endif()
+endif()
+if(CMAKE_BUILD_TYPE STREQUAL Release)
+  target_compile_options(orvel_options INTERFACE -g1)
+  target_link_options(orvel_options INTERFACE -Wl,--as-needed)
+endif()
+
+# orvel_library(name SOURCES ... LINK ... PRIVATE_LINK ...): a static library of this project.
+function(orvel_library name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
+  if(ORVEL_CHECK_ONLY)
+    add_library(${name} OBJECT ${arg_SOURCES})
+    target_compile_options(${name} PRIVATE -fsyntax-only)
+  else()
+    add_library(${name} STATIC ${arg_SOURCES})
+  endif()
+  target_link_libraries(${name} PUBLIC orvel_options Threads::Threads ${arg_LINK} PRIVATE ${arg_PRIVATE_LINK})
+endfunction()
+
+# orvel_program(name SOURCES ... LINK ...): an executable, put straight into the build folder.
+function(orvel_program name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  if(ORVEL_CHECK_ONLY)
+    add_library(${name} OBJECT ${arg_SOURCES})
+    target_compile_options(${name} PRIVATE -fsyntax-only)
+  else()
+    add_executable(${name} ${arg_SOURCES})
+  endif()
+  target_link_libraries(${name} PRIVATE orvel_options Threads::Threads ${arg_LINK})
+endfunction()
+
+# orvel_tests(name SOURCES ... LINK ...): a GoogleTest program; `./orvel test` runs every *-tests
+# program that it finds in the build folder.
+function(orvel_tests name)
+  if(NOT GTest_FOUND)
+    return()
+  endif()
+  orvel_program(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE GTest::gmock GTest::gtest_main)
+  if(NOT ORVEL_CHECK_ONLY)
+    add_test(NAME ${name} COMMAND ${name})
+  endif()
+endfunction()
