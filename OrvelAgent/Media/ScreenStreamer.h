@@ -1,0 +1,120 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "OrvelAgent/Media/PixelBuffer.h"
+#include "OrvelAgent/Platform/CompressionSession.h"
+#include "OrvelAgent/Platform/ScreenSource.h"
+#include "OrvelKit/Base/SerialQueue.h"
+#include "OrvelKit/Wire/Control.h"
+#include "OrvelKit/Wire/Framing.h"
+
+namespace orvel {
+
+class VideoEncoder;
+
+// Captures one display and delivers its pictures in two ways at once: encoded, for the phone on
+// the local network, and raw, through a sink, for the internet session. When the screen comes to
+// rest it sends one extra sharp keyframe and keeps handing the last picture to the sink.
+//
+// One streamer serves all links one after the other. Every start has a number, and only the newest
+// start counts: it ends whatever capture was asked for before, waiting, starting or running, and a
+// stop for an older number does nothing. Starts and stops never overlap.
+//
+// Owned by a shared_ptr. Functions may be called from any thread; they act on the capture queue in
+// the order of the calls. Destroying the streamer ends the capture; nothing is called after that
+// but what another thread has just begun to call.
+class ScreenStreamer : public std::enable_shared_from_this<ScreenStreamer> {
+public:
+    struct Display {
+        std::uint32_t id = 0;  // the captured one, which may not be the one asked for
+        double pointsWidth = 0, pointsHeight = 0;
+        int videoWidth = 0, videoHeight = 0;  // pixels of the pictures, even
+        std::vector<DisplayInfo> all;
+        bool operator==(const Display&) const = default;
+    };
+
+    struct StreamerError {
+        enum class Code { noDisplay } code;
+        std::string description() const;
+    };
+
+    // Why a start came to nothing.
+    struct StartFailure {
+        enum class Reason {
+            noDisplay,  // StreamerError
+            encoder,    // VideoEncoder::EncoderError
+            capture,    // CaptureError
+            superseded  // a later start or a stop of this one came in between
+        } reason;
+        std::string description;  // for people
+    };
+    using StartResult = std::variant<Display, StartFailure>;
+
+    // Positive, rising; never given twice by one streamer.
+    using CaptureID = std::uint64_t;
+    using Sink = std::function<void(std::shared_ptr<const PixelBuffer>)>;
+
+    // `captureQueue` outlives the streamer; `source` was made with it.
+    ScreenStreamer(SerialQueue& captureQueue, std::unique_ptr<ScreenSource> source,
+                   CompressionSession::Factory factory);
+    ~ScreenStreamer();
+    ScreenStreamer(const ScreenStreamer&) = delete;
+    ScreenStreamer& operator=(const ScreenStreamer&) = delete;
+
+    // Set before the first start, not changed after it. onFormat and onFrame are called on the
+    // capture queue or on a thread of the encoder, one call at a time in the order of the stream.
+
+    // A whole videoFormat frame; comes just before each keyframe.
+    std::function<void(FrameBuffer format)> onFormat;
+    // A whole videoFrame frame.
+    std::function<void(FrameBuffer frame, bool isKeyframe)> onFrame;
+    // On the capture queue: the newest capture ended by itself after its start had succeeded. Once
+    // for each capture, and not when a stop or a later start got there first.
+    std::function<void(std::optional<CaptureError>)> onStop;
+
+    // Captures display `displayID` (absent, or not there: the main display, else the first) with
+    // pictures whose longer edge is at most `maxPixels` pixels. `completion` is called once, on
+    // the capture queue; frames come only after it was called with a Display.
+    CaptureID start(std::optional<std::uint32_t> displayID, int maxPixels,
+                    std::function<void(StartResult)> completion);
+
+    // Ends that capture if it is still the newest asked for. `completion` is called on the capture
+    // queue; after it no frame of that capture comes.
+    void stop(CaptureID capture, std::function<void()> completion = {});
+
+    // The next frame is a keyframe. On a still screen the last picture is encoded again, with its
+    // old time.
+    void requestKeyframe();
+
+    // Whether pictures are encoded; true at first. The internet session switches it off.
+    void setEncodes(bool encodes);
+
+    // Receiver of every picture, and on a still screen of the last one four times a second; called
+    // on the capture queue. nullptr: none.
+    void setSink(Sink sink);
+
+private:
+    struct Operation;
+    struct Capture;
+
+    void enqueue(Operation operation) RUNS_ON(queue);
+    void runNext() RUNS_ON(queue);
+    void finishOperation() RUNS_ON(queue);
+
+    SerialQueue& queue;
+    std::atomic<CaptureID> lastGiven{0};
+    std::unique_ptr<ScreenSource> source OWNED_BY(queue);
+    std::shared_ptr<VideoEncoder> encoder OWNED_BY(queue);
+    CaptureID wanted OWNED_BY(queue) = 0;  // newest start not stopped since; 0: none
+};
+
+}  // namespace orvel
