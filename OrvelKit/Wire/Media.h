@@ -37,9 +37,9 @@ struct VideoFrame {
 
 // One Opus packet.
 struct AudioPacket {
+    static constexpr std::size_t headerLength = 4;
     std::uint32_t sequence = 0;
-    Bytes
-        opus;  // at least one byte on the wire: an empty packet is refused, an empty picture is not
+    Bytes opus;  // at least one byte: unlike an empty picture, an empty packet is refused
     bool operator==(const AudioPacket&) const = default;
 
     FrameBuffer encode() const;
