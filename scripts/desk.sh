@@ -1,0 +1,83 @@
+# shellcheck shell=bash
+# What a desktop has and a bare machine lacks: a display with something on it, and a DNS-SD responder.
+
+virtualSize=1920x1080
+
+displayAnswers() { [[ -n ${DISPLAY:-} ]] && timeout 5 xdpyinfo >/dev/null 2>&1; }
+
+# startDisplay: an X server of our own on a free number; sets DISPLAY.
+startDisplay() {
+    needScratch
+    # Xvfb writes the number once it answers. -noreset: it would forget its monitors with the last client.
+    start xvfb Xvfb -displayfd 3 -screen 0 "${virtualSize}x24" -noreset -nolisten tcp 3>"$scratch/display"
+    waitUntil 20 test -s "$scratch/display" || fail "Xvfb does not start: $(tail -n 3 "$scratch/xvfb.log")"
+    DISPLAY=:$(<"$scratch/display")
+    export DISPLAY
+    unset WAYLAND_DISPLAY
+}
+
+# startVirtualDesk: a display with a window manager and a clock.
+startVirtualDesk() {
+    startDisplay
+    xsetroot -solid '#31506b'
+    start openbox openbox --sm-disable
+    start clock xterm -geometry 64x14+60+60 -fa Monospace -fs 14 -bg '#10181f' -fg '#d8e6f0' -title 'Orvel' \
+        -e sh -c 'while :; do clear; echo; echo "  A virtual desktop."; echo; date "+  %A %d %B, %H:%M:%S"; sleep 1; done'
+    waitUntil 10 hasWindow Orvel || fail "the virtual desktop does not come up: $(tail -n 3 "$scratch/clock.log")"
+}
+
+hasWindow() { xwininfo -name "$1" >/dev/null 2>&1; }
+
+avahiAnswers() {
+    timeout 5 dbus-send --system --print-reply --dest=org.freedesktop.Avahi / \
+        org.freedesktop.Avahi.Server.GetVersionString >/dev/null 2>&1
+}
+
+# startPrivateAvahi: a bus and a responder of our own that speak on the loopback interface only; sets
+# DBUS_SYSTEM_BUS_ADDRESS. False when that cannot be had.
+startPrivateAvahi() {
+    needScratch
+    chmod 711 "$scratch" # the daemon may run as another user than we do
+    cat >"$scratch/bus.conf" <<END
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <listen>unix:path=$scratch/bus</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_type="method_call"/>
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+  </policy>
+</busconfig>
+END
+    cat >"$scratch/avahi.conf" <<'END'
+[server]
+allow-interfaces=lo
+[wide-area]
+enable-wide-area=no
+[publish]
+publish-hinfo=no
+publish-workstation=no
+END
+    start bus dbus-daemon --config-file="$scratch/bus.conf" --nofork --nopidfile
+    waitUntil 10 test -S "$scratch/bus" || return 1
+    export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$scratch/bus
+
+    # The daemon insists on its pid file in /run: with a /run of its own it cannot meet another one. Where
+    # no new mount namespace is allowed it gets the common /run.
+    local isolate=()
+    if asRoot unshare --mount true 2>/dev/null; then isolate=(unshare --mount); fi
+    # shellcheck disable=SC2016
+    start avahi asRoot env DBUS_SYSTEM_BUS_ADDRESS="$DBUS_SYSTEM_BUS_ADDRESS" "${isolate[@]}" sh -c '
+        echo $$ >"$1/avahi.pid"
+        if [ "$2" = own ]; then mount -t tmpfs tmpfs /run; fi
+        mkdir -p /run/avahi-daemon
+        exec avahi-daemon --no-drop-root --no-chroot --no-proc-title --no-rlimits -f "$1/avahi.conf"
+    ' sh "$scratch" "${isolate:+own}"
+    waitUntil 5 test -s "$scratch/avahi.pid" || return 1
+    started[-1]=root:$(<"$scratch/avahi.pid") # sudo, if any, ends with it
+    waitUntil 10 avahiAnswers
+}
