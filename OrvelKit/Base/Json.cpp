@@ -46,11 +46,12 @@ void appendNumber(std::string& text, Number value) {
     text.append(digits.data(), end);
 }
 
+// -2^63 does not count: the library gives it for longer integers that rounding brings there, too.
 template <class Integer>
 std::optional<Integer> exactly(double value) {
+    constexpr double below = std::is_signed_v<Integer> ? -0x1p63 : -1;
     constexpr double end = std::is_signed_v<Integer> ? 0x1p63 : 0x1p64;
-    constexpr double begin = std::is_signed_v<Integer> ? -0x1p63 : 0;
-    if (!(value >= begin && value < end) || value != std::trunc(value)) return std::nullopt;
+    if (!(value > below && value < end) || value != std::trunc(value)) return std::nullopt;
     return static_cast<Integer>(value);
 }
 

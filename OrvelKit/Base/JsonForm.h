@@ -229,7 +229,7 @@ T decodeUnion(JsonValue json, const JsonPlace& place, std::index_sequence<index.
         value.emplace(std::move(decoded));
     };
     (tryCase(std::in_place_type<std::variant_alternative_t<index, T>>), ...);
-    if (!value) place.fail("is no case of ours");
+    if (!value) place.fail("names no known case");
     return *std::move(value);
 }
 
