@@ -1,0 +1,176 @@
+#pragma once
+
+#include <concepts>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <variant>
+
+#include "OrvelKit/Base/Clock.h"
+#include "OrvelKit/Secure/SecureHandshake.h"
+#include "OrvelKit/Wire/Control.h"
+#include "OrvelKit/Wire/Files.h"
+#include "OrvelKit/Wire/Media.h"
+
+namespace orvel::phone {
+
+// The phone's end of one connection to an agent: TCP, handshake, sealed frames. Every call blocks
+// at most for the time it is given and may come from any thread; what arrives is read on a thread
+// of its own and waits in a queue until next() or waitFor() takes it. While 64 MiB wait there
+// untaken, nothing more is read.
+//
+//     PhoneConnection phone(identity);
+//     if (!phone.connect("127.0.0.1", port) || !phone.secure()) return phone.closed()->describe();
+//     phone.code();                                 // compare with what the computer shows
+//     phone.send({phone.hello("Phone", "123456")});
+//     const auto welcome = phone.waitFor<Welcome>(5s);
+//
+// Once connected, it ends once: by close(), by the agent, or by a failure. The queue's last event
+// then is Closed. Calls that send do nothing any more.
+//
+// A second set of calls misbehaves on purpose, for tests of what an agent bears.
+class PhoneConnection {
+public:
+    static constexpr Duration defaultTimeout = std::chrono::seconds(10);
+
+    // Why there is no connection (any more).
+    struct Closed {
+        enum class Reason {
+            noAddress,      // the host's name is not known
+            notConnected,   // refused, unreachable, no answer in time: see detail
+            closedByAgent,  // an orderly end
+            reset,          // any other end on the network's or the agent's side
+            nonsense,       // the agent sent what no agent sends: bad frame, bad seal, bad JSON
+            timedOut,       // the agent's part of the handshake did not come in time
+            closedHere,     // close(), abort()
+        } reason;
+        std::string detail;  // of the system or the decoder, for people; may be empty
+
+        std::string describe() const;  // one sentence
+        bool operator==(const Closed&) const = default;
+    };
+
+    // What arrived. A Frame is one that a phone does not expect: a handshake frame outside
+    // secure(), or an inner frame of kind handshake or sealed.
+    struct Event {
+        using Case =
+            std::variant<Control, VideoFormat, VideoFrame, AudioPacket, FileFrame, Frame, Closed>;
+        MonotonicTime arrivedAt;  // when its last byte was read
+        Case value;
+
+        // T: one of the cases above, or one of Control's (Welcome, Control::Pong, ...). Null when
+        // it is something else.
+        template <class T>
+        const T* as() const;
+    };
+
+    // Counted since connect(); frames as they are inside the seal.
+    struct Counts {
+        std::uint64_t bytesReceived = 0, bytesSent = 0;  // on the wire
+        std::uint64_t controls = 0, videoFormats = 0, videoFrames = 0, keyframes = 0,
+                      audioPackets = 0, fileFrames = 0;
+        std::uint64_t videoBytes = 0;  // payloads of videoFrame
+    };
+
+    explicit PhoneConnection(Identity identity);
+    ~PhoneConnection();  // close()
+    PhoneConnection(const PhoneConnection&) = delete;
+    PhoneConnection& operator=(const PhoneConnection&) = delete;
+
+    // Once, before anything else. `receiveBuffer`: bytes for the kernel's receive buffer, 0 for
+    // the system's own choice. False: see closed().
+    bool connect(const std::string& host, std::uint16_t port, Duration timeout = defaultTimeout,
+                 int receiveBuffer = 0);
+
+    // Runs the handshake; once. False: see closed(). With `withholdReveal` the third message does
+    // not leave yet, but with whatever is sent next, in one write.
+    bool secure(Duration timeout = defaultTimeout, bool withholdReveal = false);
+
+    // Known once secure() has succeeded; else empty.
+    std::string code() const;     // six digits, to compare with those that the computer shows
+    std::string agentID() const;  // the agent's device ID
+    Bytes agentKey() const;
+
+    MonotonicTime connectStartedAt() const;
+    MonotonicTime connectedAt() const;  // the epoch while not connected
+
+    // A hello as this phone has to say it; change it at will before sending it.
+    Hello hello(std::string deviceName, std::optional<std::string> pin = {}) const;
+
+    // Queues one sealed control; nothing before secure() has succeeded.
+    void send(const Control& control);
+
+    // The next event in order of arrival; nullopt when none came in time. After Closed: nullopt
+    // at once.
+    std::optional<Event> next(Duration timeout);
+
+    // The next event of type T (see Event::as), dropping all that came before it. nullopt when
+    // none came in time or the connection has ended without one.
+    template <class T>
+    std::optional<T> waitFor(Duration timeout = defaultTimeout);
+    // The same with a condition on the event.
+    template <class T, class Condition>
+    std::optional<T> waitFor(Duration timeout, Condition condition);
+
+    // Present from the moment of the end on, whether its event has been taken or not.
+    std::optional<Closed> closed() const;
+    // Waits for it, dropping all other events.
+    std::optional<Closed> waitClosed(Duration timeout = defaultTimeout);
+
+    // Sends what is queued, ends sending, and ends the connection; does not wait for the agent.
+    void close();
+
+    Counts counts() const;
+    const Identity& identity() const { return ownIdentity; }
+
+    // --- For tests that misbehave ---
+
+    void sendRaw(ByteView bytes);                      // as they are, at any time
+    void sendFrame(FrameKind kind, ByteView payload);  // an outer frame, not sealed
+    void sendInner(FrameKind kind, ByteView payload);  // an inner frame, sealed
+    void sendSealed(ByteView plaintext);               // any plaintext in one box
+    // A box without its frame, not sent; it takes its place in the counters. After secure() only.
+    Bytes seal(ByteView plaintext);
+    // While paused nothing is read from the socket, so that the agent's sends come to a halt. A
+    // read that is under way may still deliver up to 64 KiB.
+    void pauseReading(bool paused);
+    // Waits until all that was sent is in the kernel's hands; false: not in time.
+    bool flush(Duration timeout = defaultTimeout);
+    void shutdownSending();  // the agent reads an end; this side goes on reading
+    void abort();            // an end by reset, unsent bytes are dropped
+
+private:
+    struct Shared;
+    const Identity ownIdentity;
+    const std::shared_ptr<Shared> shared;
+};
+
+template <class T>
+const T* PhoneConnection::Event::as() const {
+    if constexpr (std::same_as<T, Control> || std::same_as<T, VideoFormat> ||
+                  std::same_as<T, VideoFrame> || std::same_as<T, AudioPacket> ||
+                  std::same_as<T, FileFrame> || std::same_as<T, Frame> || std::same_as<T, Closed>) {
+        return std::get_if<T>(&value);
+    } else {
+        const auto* control = std::get_if<Control>(&value);
+        return control ? control->as<T>() : nullptr;
+    }
+}
+
+template <class T, class Condition>
+std::optional<T> PhoneConnection::waitFor(Duration timeout, Condition condition) {
+    const MonotonicTime deadline = std::chrono::steady_clock::now() + timeout;
+    while (auto event = next(deadline - std::chrono::steady_clock::now())) {
+        if (const T* found = event->template as<T>(); found && condition(*found)) return *found;
+    }
+    return std::nullopt;
+}
+
+template <class T>
+std::optional<T> PhoneConnection::waitFor(Duration timeout) {
+    return waitFor<T>(timeout, [](const T&) { return true; });
+}
+
+}  // namespace orvel::phone
