@@ -34,6 +34,10 @@ struct Point {
     int y;
 };
 
+constexpr int lineHeight = 16;
+constexpr std::uint32_t paper = 0xF4F1E8;
+constexpr std::uint32_t ink = 0x22262B;
+
 // The connection, the window and what is drawn with. Lives as long as the program.
 class Stage {
 public:
@@ -59,9 +63,17 @@ public:
     Size size() const { return extent; }
     xcb_drawable_t target() const { return window; }
 
+    // Returns when the window is seen: what is drawn before is lost.
     void show() {
         xcb_map_window(link(), window);
-        sync();
+        xcb_flush(link());
+        while (auto* event = xcb_wait_for_event(link())) {
+            const bool exposed = (event->response_type & 0x7F) == XCB_EXPOSE;
+            std::free(event);
+            if (exposed) {
+                return;
+            }
+        }
     }
 
     xcb_pixmap_t pixmap(Size of) {
@@ -110,6 +122,12 @@ public:
                       static_cast<std::uint16_t>(of.height));
     }
 
+    // What the server itself paints wherever the window comes to light.
+    void setBackground(xcb_pixmap_t picture) {
+        xcb_change_window_attributes(link(), window, XCB_CW_BACK_PIXMAP, &picture);
+        xcb_clear_area(link(), 0, window, 0, 0, 0, 0);
+    }
+
     // Waits until the server has drawn everything: frames cannot pile up in the socket. False when
     // the server is gone.
     bool sync() {
@@ -132,12 +150,13 @@ private:
     void openWindow(Point at, bool whole) {
         window = xcb_generate_id(link());
         // Over the whole screen it stands above the window manager, without a frame.
-        const std::array<std::uint32_t, 2> values{screen->black_pixel, whole ? 1U : 0U};
+        const std::array<std::uint32_t, 3> values{paper, whole ? 1U : 0U, XCB_EVENT_MASK_EXPOSURE};
         xcb_create_window(
             link(), XCB_COPY_FROM_PARENT, window, screen->root, static_cast<std::int16_t>(at.x),
             static_cast<std::int16_t>(at.y), static_cast<std::uint16_t>(extent.width),
             static_cast<std::uint16_t>(extent.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
-            screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values.data());
+            screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK,
+            values.data());
         const std::string title = "Moving screen";
         xcb_change_property(link(), XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_NAME,
                             XCB_ATOM_STRING, 8, static_cast<std::uint32_t>(title.size()),
@@ -155,10 +174,6 @@ public:
     virtual ~Scene() = default;
     virtual void frame(std::int64_t number) = 0;
 };
-
-constexpr int lineHeight = 16;
-constexpr std::uint32_t paper = 0xF4F1E8;
-constexpr std::uint32_t ink = 0x22262B;
 
 std::string sentence(std::mt19937& random, std::size_t letters) {
     static const std::array<const char*, 16> words{
@@ -223,6 +238,8 @@ public:
         }
     }
 
+    xcb_pixmap_t picture() const { return page; }
+
 private:
     Stage& stage;
     int pageHeight;
@@ -284,16 +301,12 @@ private:
     int rows() const { return std::max(1, stage.size().height / lineHeight - 4); }
 };
 
-// Nothing moves after the first frame.
+// The same page, and nothing moves.
 class Still : public Scene {
 public:
-    explicit Still(Stage& on) : page(on) {}
+    explicit Still(Stage& on) : page(on) { on.setBackground(page.picture()); }
 
-    void frame(std::int64_t number) override {
-        if (number == 0) {
-            page.frame(0);
-        }
-    }
+    void frame(std::int64_t) override {}
 
 private:
     Scroll page;
