@@ -238,7 +238,7 @@ public:
         }
     }
 
-    xcb_pixmap_t picture() const { return page; }
+    xcb_pixmap_t drawn() const { return page; }
 
 private:
     Stage& stage;
@@ -304,7 +304,7 @@ private:
 // The same page, and nothing moves.
 class Still : public Scene {
 public:
-    explicit Still(Stage& on) : page(on) { on.setBackground(page.picture()); }
+    explicit Still(Stage& on) : page(on) { on.setBackground(page.drawn()); }
 
     void frame(std::int64_t) override {}
 
