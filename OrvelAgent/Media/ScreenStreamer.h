@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -15,7 +14,7 @@
 #include "OrvelAgent/Platform/ScreenSource.h"
 #include "OrvelKit/Base/SerialQueue.h"
 #include "OrvelKit/Wire/Control.h"
-#include "OrvelKit/Wire/Framing.h"
+#include "OrvelKit/Wire/FrameBuffer.h"
 
 namespace orvel {
 
@@ -79,7 +78,7 @@ public:
     std::function<void(FrameBuffer frame, bool isKeyframe)> onFrame;
     // On the capture queue: the newest capture ended by itself after its start had succeeded. Once
     // for each capture, and not when a stop or a later start got there first.
-    std::function<void(std::optional<CaptureError>)> onStop;
+    std::function<void(CaptureID, std::optional<CaptureError>)> onStop;
 
     // Captures display `displayID` (absent, or not there: the main display, else the first) with
     // pictures whose longer edge is at most `maxPixels` pixels. `completion` is called once, on
@@ -103,18 +102,52 @@ public:
     void setSink(Sink sink);
 
 private:
-    struct Operation;
-    struct Capture;
+    struct Frame {
+        std::shared_ptr<const PixelBuffer> image;
+        MonotonicTime time;       // of its capture; the epoch when unknown
+        MonotonicTime arrivedAt;  // by the queue's clock
+    };
+    struct StartRequest {
+        CaptureID id;
+        std::optional<std::uint32_t> displayID;
+        int maxPixels;
+        std::function<void(StartResult)> completion;
+    };
 
-    void enqueue(Operation operation) RUNS_ON(queue);
-    void runNext() RUNS_ON(queue);
-    void finishOperation() RUNS_ON(queue);
+    // Takes the next step from what is towards what is wanted; called after each change of either.
+    void reconcile() RUNS_ON(queue);
+    void listDisplays(StartRequest request) RUNS_ON(queue);
+    void startCapture(StartRequest request, const ScreenSource::DisplayList& list) RUNS_ON(queue);
+    void finishStart(const StartRequest& request, StartResult result) RUNS_ON(queue);
+    void forgetCapture() RUNS_ON(queue);
+
+    void receive(CaptureID capture, const ScreenSource::Sample& sample) RUNS_ON(queue);
+    void sourceStopped(CaptureID capture, std::optional<CaptureError> error) RUNS_ON(queue);
+    void armIdleTimer() RUNS_ON(queue);
+    void checkIdle() RUNS_ON(queue);
+
+    // A task for the queue, or for the source to call there, that does nothing once the streamer
+    // is gone.
+    template <class Body>
+    auto onQueue(Body body);
 
     SerialQueue& queue;
     std::atomic<CaptureID> lastGiven{0};
     std::unique_ptr<ScreenSource> source OWNED_BY(queue);
     std::shared_ptr<VideoEncoder> encoder OWNED_BY(queue);
-    CaptureID wanted OWNED_BY(queue) = 0;  // newest start not stopped since; 0: none
+
+    CaptureID newest OWNED_BY(queue) = 0;     // start seen
+    CaptureID wanted OWNED_BY(queue) = 0;     // the newest unless it was stopped or ended; 0: none
+    CaptureID running OWNED_BY(queue) = 0;    // what the source captures; 0: nothing
+    bool isChanging OWNED_BY(queue) = false;  // the source works on a start or stop
+    std::optional<StartRequest> nextStart OWNED_BY(queue);
+    std::vector<std::function<void()>> stopCompletions OWNED_BY(queue);
+
+    bool encodes OWNED_BY(queue) = true;
+    Sink sink OWNED_BY(queue);
+    std::optional<Frame> lastFrame OWNED_BY(queue);  // of the wanted capture
+    bool sharpSent OWNED_BY(queue) = false;          // for the present still picture
+    Timer idleTimer OWNED_BY(queue);                 // pending while a capture runs
 };
 
 }  // namespace orvel
