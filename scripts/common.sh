@@ -33,6 +33,14 @@ start() {
 # adopt PID: an already running child that has to end with this script.
 adopt() { started+=("$1"); }
 
+# forget PID: it has ended and was waited for; its number may be another's by now.
+forget() {
+    local index
+    for index in "${!started[@]}"; do
+        if [[ ${started[index]#root:} == "$1" ]]; then unset "started[index]"; fi
+    done
+}
+
 # endProcess [root:]PID: asks it to end, insists after five seconds, and returns when it is gone.
 endProcess() {
     local pid=${1#root:} by=()
@@ -41,6 +49,7 @@ endProcess() {
     "${by[@]}" kill -CONT "$pid" 2>/dev/null || true
     waitUntil 5 isGone "$pid" || "${by[@]}" kill -KILL "$pid" 2>/dev/null || true
     wait "$pid" 2>/dev/null || true
+    forget "$pid"
 }
 
 # A child that ended but was not waited for still has an entry, in state Z.
@@ -61,12 +70,10 @@ waitUntil() {
 }
 
 cleanUp() {
-    local status=$? index
+    local status=$?
     trap - EXIT
     trap '' INT TERM HUP
-    for ((index = ${#started[@]} - 1; index >= 0; --index)); do
-        endProcess "${started[index]}"
-    done
+    while ((${#started[@]})); do endProcess "${started[-1]}"; done
     if [[ -n $scratch ]]; then rm -rf -- "$scratch"; fi
     exit "$status"
 }

@@ -24,7 +24,7 @@ setUp() {
     local names lacking
     local section
     for section; do
-        if [[ -n $section && $section != build && $section != run && $section != test ]]; then
+        if [[ $section != build && $section != run && $section != test ]]; then
             say "packages.txt has no section \"$section\" (build, run, test)"
             exit 2
         fi

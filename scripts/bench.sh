@@ -1,0 +1,1 @@
+bench() { fail "not yet"; }
