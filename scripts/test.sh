@@ -66,7 +66,7 @@ runChecks() {
 
 # A build that fails counts as one failure; what the others made is still tested.
 buildAll() {
-    local preset targets
+    local preset targets ninjaOptions=(-k 0)
     for preset in release dev tsan clang fuzz; do
         targets=()
         if [[ $preset == tsan ]]; then targets=("${threadedSuites[@]}"); fi
