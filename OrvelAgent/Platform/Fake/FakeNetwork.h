@@ -30,8 +30,8 @@ class FakeConnection final : public Connection {
 public:
     FakeConnection(SerialQueue& connectionQueue, std::shared_ptr<FakeWire> connectionWire)
         : queue(connectionQueue), wire(std::move(connectionWire)) {
-        wire->poke = [this, weak = std::weak_ptr<int>(alive)] {
-            queue.post([this, weak] {
+        wire->poke = [this, &connectionQueue, weak = std::weak_ptr<int>(alive)] {
+            connectionQueue.post([this, weak] {
                 if (!weak.expired()) move();
             });
         };

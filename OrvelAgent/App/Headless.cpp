@@ -1,0 +1,68 @@
+#include "OrvelAgent/App/Headless.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "OrvelAgent/App/HeadlessLines.h"
+
+namespace orvel {
+
+namespace {
+
+// Whoever reads may have gone; the agent goes on without.
+void print(const std::string& line) {
+    std::fputs((line + "\n").c_str(), stdout);
+    std::fflush(stdout);
+}
+
+}  // namespace
+
+Headless::Headless(SerialQueue& queue, AgentModel& agentModel, std::function<void()> quit)
+    : mainQueue(queue), model(agentModel), onQuit(std::move(quit)) {}
+
+Headless::~Headless() = default;
+
+void Headless::start(const Identity& identity) {
+    print(headlessLine::identity(identity));
+    model.onListening = [](std::uint16_t port) { print(headlessLine::listening(port)); };
+    model.onStatus = [](const AgentCore::Status& status) { print(headlessLine::status(status)); };
+    model.onPairingCode = [](const auto& code) { print(headlessLine::pairingCode(code)); };
+    model.onPairingRequest = [](const auto& request) {
+        print(headlessLine::pairingRequest(request));
+    };
+    model.onDevices = [](const auto& devices) { print(headlessLine::devices(devices)); };
+    input.emplace(STDIN_FILENO, [this, weak = std::weak_ptr<int>(alive)](std::string line) {
+        mainQueue.post([this, weak, line = std::move(line)] {
+            if (!weak.expired()) act(line);
+        });
+    });
+}
+
+void Headless::act(const std::string& line) {
+    struct Perform {
+        Headless& self;
+        void operator()(const HeadlessAction::Disconnect&) const { self.model.disconnect(); }
+        void operator()(const HeadlessAction::Forget& forget) const {
+            self.model.forget(forget.deviceID);
+        }
+        void operator()(const HeadlessAction::ForgetAll&) const { self.model.forgetAll(); }
+        void operator()(const HeadlessAction::SetRemoteAccess& set) const {
+            self.model.setRemoteAccess(set.mode);
+        }
+        void operator()(const HeadlessAction::RejectPairing&) const { self.model.rejectPairing(); }
+        void operator()(const HeadlessAction::AllowPairing& allow) const {
+            self.model.allowPairing(allow.deviceID);
+        }
+        void operator()(const HeadlessAction::SetKeepAwake& set) const {
+            self.model.setKeepAwake(set.keepAwake);
+        }
+        void operator()(const HeadlessAction::Quit&) const { self.onQuit(); }
+        void operator()(const HeadlessAction::Unknown& unknown) const {
+            print(headlessLine::error(unknown.description));
+        }
+    };
+    std::visit(Perform{*this}, HeadlessAction::parse(line));
+}
+
+}  // namespace orvel

@@ -1,0 +1,124 @@
+// The one place that creates things and connects them.
+
+#include <unistd.h>
+
+#include <boost/asio/signal_set.hpp>
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+
+#include "OrvelAgent/App/AgentModel.h"
+#include "OrvelAgent/App/CommandLine.h"
+#include "OrvelAgent/App/DefaultsCommand.h"
+#include "OrvelAgent/App/Headless.h"
+#include "OrvelAgent/App/Terminal.h"
+#include "OrvelAgent/Core/AgentCore.h"
+#include "OrvelAgent/Core/TcpListener.h"
+#include "OrvelAgent/Platform/StateStores.h"
+#include "OrvelKit/Base/QueueIo.h"
+
+namespace orvel {
+namespace {
+
+constexpr unsigned endLimitSeconds = 5;
+
+// Ends the program cleanly, once; should something hang, the system ends it soon.
+class Ending {
+public:
+    Ending(SerialQueue& main, AgentModel& agentModel) : mainQueue(main), model(agentModel) {}
+
+    void begin() {
+        if (std::exchange(begun, true)) return;
+        std::signal(SIGALRM, [](int) { _exit(0); });
+        alarm(endLimitSeconds);
+        model.quit([this] { mainQueue.stop(); });
+    }
+
+private:
+    SerialQueue& mainQueue;
+    AgentModel& model;
+    bool begun = false;
+};
+
+void logNewlyPaired(const PairedDevice& device) {
+    std::string name = device.name;
+    for (char& c : name) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+    }
+    std::fprintf(stderr, "orvel: a new phone was paired: %s (%s)\n", name.c_str(),
+                 device.id.c_str());
+}
+
+int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& host) {
+    std::unique_ptr<InstanceLock> lock;
+    switch (InstanceLock::acquire(location, lock)) {
+        case InstanceLock::Outcome::taken:
+            break;
+        case InstanceLock::Outcome::heldByAnother:
+            std::fprintf(stderr, "orvel: another agent runs on this state already\n");
+            return 0;
+        case InstanceLock::Outcome::unavailable:
+            std::fprintf(stderr, "orvel: the state cannot be locked, going on without\n");
+            break;
+    }
+
+    StateStores stores = StateStores::create(location);
+    const auto permissions = Permissions::create();
+    const auto power = Power::create();
+
+    // Queues outlive what runs on them: they go last, and "orvel.agent" before the ones it posts
+    // to.
+    SerialQueue mainQueue("main", SerialQueue::Kind::callersThread);
+    SerialQueue captureQueue("orvel.capture");
+    SerialQueue agentQueue("orvel.agent");
+
+    AgentCore::Options options{run.name, run.port, run.address};
+    auto core = AgentCore::make(
+        {agentQueue, captureQueue, mainQueue, *stores.defaults, *stores.secrets, *permissions,
+         *power, host, ScreenSource::create(captureQueue),
+         [](const auto& specification) { return CompressionSession::create(specification); },
+         makeTcpListener(agentQueue), run.advertise ? ServiceAdvertiser::create() : nullptr},
+        options);
+    const auto model =
+        std::make_shared<AgentModel>(mainQueue, core, *stores.defaults, *permissions, *power);
+    model->onNewlyPaired = logNewlyPaired;
+
+    Ending ending(mainQueue, *model);
+    boost::asio::signal_set signals(ioContext(mainQueue), SIGINT, SIGTERM);
+    signals.async_wait([&](auto error, int) {
+        if (!error) ending.begin();
+    });
+
+    std::optional<Headless> headless;
+    if (run.headless) {
+        headless.emplace(mainQueue, *model, [&] { ending.begin(); });
+        headless->start(core->identity);
+    } else {
+        showInTerminal(*model);
+    }
+    mainQueue.post([&] { model->start(); });
+    mainQueue.run();
+    return 0;
+}
+
+int run(int count, const char* const* arguments) {
+    std::signal(SIGPIPE, SIG_IGN);
+    const auto host = HostInfo::create();
+    const auto line = CommandLine::parse(count, arguments, host->shortVersion().value_or("?"));
+    const StateLocation location{line.stateFolder};
+    if (const auto* message = std::get_if<CommandLine::Message>(&line.action)) {
+        std::fputs(message->text.c_str(), message->exitStatus == 0 ? stdout : stderr);
+        return message->exitStatus;
+    }
+    if (const auto* defaults = std::get_if<CommandLine::DefaultsCommand>(&line.action)) {
+        return runDefaultsCommand(location, defaults->arguments, std::cout, std::cerr);
+    }
+    return runAgent(std::get<RunOptions>(line.action), location, *host);
+}
+
+}  // namespace
+}  // namespace orvel
+
+int main(int count, char** arguments) {
+    return orvel::run(count, arguments);
+}

@@ -1,0 +1,115 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "OrvelAgent/App/AgentModel.h"
+#include "OrvelAgent/App/HeadlessLines.h"
+#include "OrvelAgent/Core/TestPhone.h"
+#include "OrvelAgent/Platform/Fake/FakeCompressionSession.h"
+#include "OrvelAgent/Platform/Fake/FakeDefaults.h"
+#include "OrvelAgent/Platform/Fake/FakeHostInfo.h"
+#include "OrvelAgent/Platform/Fake/FakeNetwork.h"
+#include "OrvelAgent/Platform/Fake/FakePermissions.h"
+#include "OrvelAgent/Platform/Fake/FakePower.h"
+#include "OrvelAgent/Platform/Fake/FakeScreenSource.h"
+#include "OrvelAgent/Platform/Fake/FakeServiceAdvertiser.h"
+#include "OrvelKit/Base/MemorySecretStore.h"
+
+namespace orvel {
+
+// The whole agent on the fake system, in virtual time: change the fakes, start() it, connect
+// phones.
+class FakeAgent {
+public:
+    FakeAgent()
+        : mainQueue("main", time),
+          captureQueue("orvel.capture", time),
+          queue("orvel.agent", time) {}
+
+    void start() {
+        auto advertiser = std::make_unique<FakeServiceAdvertiser>();
+        advertised = advertiser.get();
+        screen = std::make_shared<FakeScreen>(captureQueue);
+        if (displays) screen->displays = *displays;
+        core = AgentCore::make(
+            {queue, captureQueue, mainQueue, defaults, secrets, permissions, power, host,
+             std::make_unique<FakeScreenSource>(captureQueue, screen), compression->factory(),
+             std::make_unique<FakeListener>(queue, port), std::move(advertiser)},
+            options);
+        model = std::make_shared<AgentModel>(mainQueue, core, defaults, permissions, power);
+        model->onListening = [this](auto value) { news.push_back(headlessLine::listening(value)); };
+        model->onStatus = [this](auto& value) { news.push_back(headlessLine::status(value)); };
+        model->onPairingCode = [this](auto& value) {
+            news.push_back(headlessLine::pairingCode(value));
+        };
+        model->onPairingRequest = [this](auto& value) {
+            news.push_back(headlessLine::pairingRequest(value));
+        };
+        model->onDevices = [this](auto& value) { news.push_back(headlessLine::devices(value)); };
+        model->onNewlyPaired = [this](auto& device) { newlyPaired.push_back(device.name); };
+        mainQueue.post([this] { model->start(); });
+        time.runPending();
+    }
+
+    TestPhone phone(Identity identity = {PrivateKey::generate()},
+                    const std::string& from = "192.0.2.1") {
+        return TestPhone(time, port->connect(from), std::move(identity));
+    }
+    // A phone that was paired here before.
+    Identity pairedIdentity() {
+        const Identity identity{PrivateKey::generate()};
+        auto keys = defaults.dataDictionary("trustedKeys").value_or(std::map<std::string, Bytes>());
+        keys[identity.fingerprint()] = identity.publicKey();
+        defaults.set("trustedKeys", keys);
+        return identity;
+    }
+    TestPhone admittedPhone() { return admittedPhone(pairedIdentity()); }
+    TestPhone admittedPhone(const Identity& identity) {
+        TestPhone known = phone(identity);
+        known.shakeHands();
+        known.send({known.hello()});
+        EXPECT_EQ(welcomes(known.frames()), 1);
+        return known;
+    }
+    static int welcomes(const std::vector<Frame>& frames) {
+        int count = 0;
+        for (const Frame& frame : frames) {
+            if (frame.kind == FrameKind::control &&
+                Framing::decodeControl(frame.payload).as<Welcome>())
+                ++count;
+        }
+        return count;
+    }
+
+    // Does something on the main queue, as a user would, and lets it take effect.
+    void act(std::function<void(AgentModel&)> action) {
+        mainQueue.post([this, action] { action(*model); });
+        time.runPending();
+    }
+    std::vector<std::string> takeNews() { return std::exchange(news, {}); }
+    std::string statusLine() const { return headlessLine::status(model->status); }
+
+    VirtualTime time;
+    FakeDefaults defaults;
+    MemorySecretStore secrets;
+    FakePermissions permissions;
+    FakePower power;
+    FakeHostInfo host;
+    std::shared_ptr<FakeListener::Port> port = std::make_shared<FakeListener::Port>();
+    std::shared_ptr<FakeCompression> compression = std::make_shared<FakeCompression>();
+    std::optional<std::vector<ScreenSource::DisplayDescription>> displays;
+    AgentCore::Options options;
+    SerialQueue mainQueue, captureQueue, queue;
+    std::shared_ptr<FakeScreen> screen;           // once started
+    FakeServiceAdvertiser* advertised = nullptr;  // likewise; lives as long as the core
+    std::shared_ptr<AgentCore> core;
+    std::shared_ptr<AgentModel> model;
+    std::vector<std::string> news;  // headless lines
+    std::vector<std::string> newlyPaired;
+};
+
+inline const char* const waitingLine = R"({"status":{"waiting":{}}})";
+
+}  // namespace orvel
