@@ -39,8 +39,22 @@ setUp() {
         fail "installing needs root: run ./orvel setup as root, or install sudo"
     fi
     local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0)
-    # apt talks on stdout, where the output of whoever called us belongs.
-    asRoot "${apt[@]}" update >&2 </dev/null || say "the package lists could not be renewed; trying with the old ones"
-    asRoot "${apt[@]}" install -y --no-install-recommends "${lacking[@]}" >&2 </dev/null ||
+    asRoot "${apt[@]}" update 2>&1 </dev/null | aptProgress ||
+        say "the package lists could not be renewed; trying with the old ones"
+    asRoot "${apt[@]}" install -y --no-install-recommends "${lacking[@]}" 2>&1 </dev/null | aptProgress ||
         fail "apt-get could not install what is missing; its reasons stand above"
+}
+
+# What apt says, on stderr: all of it for a person, else every fiftieth package and what went wrong.
+aptProgress() {
+    if [[ -t 2 ]]; then
+        cat >&2
+        return
+    fi
+    awk '
+        /newly installed/ { print "    " $0 }
+        /^Setting up / && ++count % 50 == 0 { print "    " count " packages set up" }
+        /^(E|W|Err|dpkg)[: ]/ || / error/ { print "    " $0 }
+        { fflush() }
+    ' >&2
 }
