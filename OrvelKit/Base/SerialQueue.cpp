@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "OrvelKit/Base/QueueIo.h"
@@ -44,6 +45,28 @@ struct Timer::State {
         return std::exchange(task, nullptr);
     }
 };
+
+namespace {
+
+// The queue's hold on a timer. A queue that ends takes the task with it even when somebody still
+// has the handle: often it is the task itself that keeps the handle's owner alive.
+class Due {
+public:
+    explicit Due(std::shared_ptr<Timer::State> timerState) : state(std::move(timerState)) {}
+    Due(Due&&) noexcept = default;
+    Due& operator=(Due&&) noexcept = default;
+    ~Due() {
+        if (state) state->take();
+    }
+    void run() {
+        if (auto task = state->take()) task();
+    }
+
+private:
+    std::shared_ptr<Timer::State> state;
+};
+
+}  // namespace
 
 Timer::Timer(std::shared_ptr<State> timerState) : state(std::move(timerState)) {}
 
@@ -115,9 +138,8 @@ public:
         auto clock = std::make_unique<boost::asio::steady_timer>(context, now() + delay);
         auto& started = *clock;
         // The timer object lives in its own handler. A cancelled one still comes due, empty.
-        started.async_wait([clock = std::move(clock), timer = std::move(timer)](auto) {
-            if (auto task = timer->take()) task();
-        });
+        started.async_wait(
+            [clock = std::move(clock), due = Due(std::move(timer))](auto) mutable { due.run(); });
     }
 
     MonotonicTime now() const override {
@@ -151,8 +173,8 @@ private:
 struct VirtualTime::Schedule {
     struct Entry {
         const SerialQueue* queue;
-        SerialQueue::Task task;               // a posted one
-        std::shared_ptr<Timer::State> timer;  // or a timer's
+        SerialQueue::Task task;    // a posted one
+        std::optional<Due> timer;  // or a timer's
     };
     std::multimap<MonotonicTime, Entry> entries;  // equal times keep their order of arrival
 
@@ -180,12 +202,12 @@ public:
     ~VirtualBackend() override { schedules.forget(queue); }
 
     void post(SerialQueue::Task task) override {
-        schedules.entries.emplace(time.now(),
-                                  VirtualTime::Schedule::Entry{&queue, std::move(task), nullptr});
+        schedules.entries.emplace(
+            time.now(), VirtualTime::Schedule::Entry{&queue, std::move(task), std::nullopt});
     }
     void schedule(Duration delay, std::shared_ptr<Timer::State> timer) override {
-        schedules.entries.emplace(time.now() + delay,
-                                  VirtualTime::Schedule::Entry{&queue, nullptr, std::move(timer)});
+        schedules.entries.emplace(time.now() + delay, VirtualTime::Schedule::Entry{
+                                                          &queue, nullptr, Due(std::move(timer))});
     }
     MonotonicTime now() const override { return time.now(); }
     WallTime wallTime() const override { return time.wallTime(); }
@@ -271,12 +293,12 @@ void VirtualTime::advance(Duration duration) {
     while (!entries.empty() && entries.begin()->first <= until) {
         auto node = entries.extract(entries.begin());
         monotonic = std::max(monotonic, node.key());
-        const Schedule::Entry& entry = node.mapped();
+        Schedule::Entry& entry = node.mapped();
         const Entered entered(entry.queue);
         if (entry.task) {
             entry.task();
-        } else if (auto task = entry.timer->take()) {
-            task();
+        } else {
+            entry.timer->run();
         }
     }
     monotonic = until;

@@ -74,6 +74,23 @@ TEST(SerialQueue, destructionDestroysWaitingTasksUnrun) {
     EXPECT_TRUE(watch.expired());
 }
 
+TEST(SerialQueue, aTaskThatKeepsItsOwnTimerAliveEndsWithTheQueue) {
+    struct Owner {
+        Timer timer;
+    };
+    std::vector<std::weak_ptr<Owner>> watches;
+    VirtualTime time;
+    for (const bool isVirtual : {false, true}) {
+        auto owner = std::make_shared<Owner>();
+        const auto queue = isVirtual ? std::make_unique<SerialQueue>("orvel.test", time)
+                                     : std::make_unique<SerialQueue>("orvel.test");
+        owner->timer = queue->after(1h, [owner] { FAIL(); });
+        watches.push_back(owner);
+    }
+    for (const auto& each : watches)
+        EXPECT_TRUE(each.expired());
+}
+
 TEST(SerialQueue, theMainQueueRunsOnTheCallersThreadUntilStopped) {
     SerialQueue queue("main", SerialQueue::Kind::callersThread);
     std::thread::id ranOn;
