@@ -54,9 +54,10 @@ endProcess() {
 
 # A child that ended but was not waited for still has an entry, in state Z.
 isGone() {
-    local state
-    state=$(sed -n 's/^State:[[:space:]]*\(.\).*/\1/p' "/proc/$1/status" 2>/dev/null) || true
-    [[ -z $state || $state == Z ]]
+    local stat
+    { read -r stat <"/proc/$1/stat"; } 2>/dev/null || return 0
+    stat=${stat##*) } # behind the name, which may hold anything
+    [[ $stat == Z* ]]
 }
 
 # waitUntil SECONDS COMMAND ...: polls ten times a second; false when the time is over.

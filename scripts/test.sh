@@ -32,7 +32,7 @@ testAll() {
         shift
         build dev
         runSuites dev "*$filter*" "$@"
-        ((passed + failed + skipped)) || fail "no test program of build/dev is called *$filter*-tests"
+        ((${#running[@]})) || fail "no test program of build/dev is called *$filter*-tests"
     else
         runChecks
         buildAll
@@ -145,16 +145,27 @@ launch() {
     local kind=$1 name=$2 limit=$3
     shift 3
     while ((${#running[@]} >= slots)); do reap; done
-    HOME=$scratch/home TMPDIR=$scratch/tmp timeout --kill-after=10 "$limit" "$@" \
+    # The inner shell turns a death by a signal into an exit status, else this one would tell of it.
+    # shellcheck disable=SC2016
+    HOME=$scratch/home TMPDIR=$scratch/tmp timeout --kill-after=10 "$limit" bash -c '"$@"; exit $?' sh "$@" \
         </dev/null >"$(logOf "$name").log" 2>&1 &
     adopt "$!"
     running[$!]="$kind $name $SECONDS"
 }
 
+anyGone() {
+    for gone in "${!running[@]}"; do
+        if isGone "$gone"; then return; fi
+    done
+    return 1
+}
+
 # Waits for one of the running programs and counts what it did.
 reap() {
-    local pid status=0 kind name began
-    wait -n -p pid "${!running[@]}" || status=$?
+    local gone pid status=0 kind name began
+    waitUntil $((suiteSeconds + 60)) anyGone || fail "a test program could not be ended: ${running[*]}"
+    pid=$gone
+    wait "$pid" || status=$?
     read -r kind name began <<<"${running[$pid]}"
     unset "running[$pid]"
     forget "$pid"
@@ -166,9 +177,9 @@ reap() {
         good=1
     fi
     if ((status == 124 || status == 137)); then trouble="took too long"; fi
-    # A crash, a leak found at the end, or no test at all: a failure beside the counted ones.
-    if ((bad == 0 && (status != 0 || good + left == 0))); then
-        bad=1
+    # A crash, a leak found at the end, no test at all: a failure beside the counted ones.
+    if ((status > 1 || (bad == 0 && (status != 0 || good + left == 0)))); then
+        ((bad += 1))
         : "${trouble:=exit status $status}"
     fi
     ((passed += good, failed += bad, skipped += left)) || true
@@ -192,6 +203,7 @@ countCases() {
              (map(select(.result == "SKIPPED")) | length)] | @tsv' "$1.json")
     else
         good=$(grep -c '^\[       OK \]' "$1.log") || true
+        bad=$(grep -c '^\[  FAILED  \] .* ms)$' "$1.log") || true
     fi
 }
 
