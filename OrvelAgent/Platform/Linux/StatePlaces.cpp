@@ -1,0 +1,53 @@
+#include "OrvelAgent/Platform/Linux/StatePlaces.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+
+namespace orvel {
+
+namespace {
+
+// The specification asks to ignore relative paths.
+std::optional<std::string> absoluteFolder(const char* variable) {
+    const char* value = std::getenv(variable);
+    if (!value || value[0] != '/') return std::nullopt;
+    return value;
+}
+
+}  // namespace
+
+std::string homeFolderOfUser() {
+    if (const auto home = absoluteFolder("HOME")) return *home;
+    std::array<char, 16384> buffer;
+    struct passwd entry;
+    struct passwd* found = nullptr;
+    getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found);
+    return found && found->pw_dir && found->pw_dir[0] == '/' ? found->pw_dir : "/nonexistent";
+}
+
+StatePlaces StatePlaces::of(const StateLocation& location) {
+    if (location.folder) {
+        std::error_code failed;
+        auto folder = std::filesystem::absolute(*location.folder, failed).lexically_normal();
+        if (failed) folder = *location.folder;
+        return {folder / "defaults.json", folder / "secrets", std::nullopt, {folder}};
+    }
+    const std::string home = homeFolderOfUser();
+    const auto config = absoluteFolder("XDG_CONFIG_HOME").value_or(home + "/.config") + "/orvel";
+    const auto data = absoluteFolder("XDG_DATA_HOME").value_or(home + "/.local/share") + "/orvel";
+    StatePlaces places{config + "/defaults.json", data + "/secrets", data + "/secret-store", {}};
+    // The session's own folder is there already or is not to be used.
+    const auto runtime = absoluteFolder("XDG_RUNTIME_DIR");
+    std::error_code failed;
+    if (runtime && std::filesystem::is_directory(*runtime, failed)) {
+        places.lockFolders.push_back(*runtime + "/orvel");
+    }
+    places.lockFolders.push_back(config);
+    return places;
+}
+
+}  // namespace orvel

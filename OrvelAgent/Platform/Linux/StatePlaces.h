@@ -1,0 +1,27 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "OrvelAgent/Platform/StateStores.h"
+
+namespace orvel {
+
+// Where each piece of state lies, by absolute path: in the folders of the XDG base directory
+// specification, or all of it below the one folder of the location.
+struct StatePlaces {
+    std::string defaultsFile;
+    std::string secretsFolder;
+    // Which secret store was chosen; nullopt: it is always the folder.
+    std::optional<std::string> secretChoiceFile;
+    // The first that can be made counts.
+    std::vector<std::string> lockFolders;
+
+    static StatePlaces of(const StateLocation& location);
+};
+
+// HOME, or what the user database says.
+std::string homeFolderOfUser();
+
+}  // namespace orvel
