@@ -29,7 +29,7 @@ struct FakeWire {
 class FakeConnection final : public Connection {
 public:
     FakeConnection(SerialQueue& connectionQueue, std::shared_ptr<FakeWire> connectionWire)
-        : queue(connectionQueue), wire(std::move(connectionWire)) {
+        : wire(std::move(connectionWire)) {
         wire->poke = [this, &connectionQueue, weak = std::weak_ptr<int>(alive)] {
             connectionQueue.post([this, weak] {
                 if (!weak.expired()) move();
@@ -86,7 +86,6 @@ private:
         }
     }
 
-    SerialQueue& queue;
     std::shared_ptr<FakeWire> wire;
     UniqueFunction<void(std::optional<ByteView>)> received;
     UniqueFunction<void(bool)> sent;
