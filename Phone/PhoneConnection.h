@@ -8,7 +8,7 @@
 #include <type_traits>
 #include <variant>
 
-#include "OrvelKit/Base/Clock.h"
+#include "OrvelKit/Base/SerialQueue.h"
 #include "OrvelKit/Secure/SecureHandshake.h"
 #include "OrvelKit/Wire/Control.h"
 #include "OrvelKit/Wire/Files.h"
@@ -41,7 +41,7 @@ public:
             noAddress,      // the host's name is not known
             notConnected,   // refused, unreachable, no answer in time: see detail
             closedByAgent,  // an orderly end
-            reset,          // any other end on the network's or the agent's side
+            reset,          // any other end; also of an agent that has not read everything
             nonsense,       // the agent sent what no agent sends: bad frame, bad seal, bad JSON
             timedOut,       // the agent's part of the handshake did not come in time
             closedHere,     // close(), abort()
@@ -80,7 +80,8 @@ public:
     PhoneConnection& operator=(const PhoneConnection&) = delete;
 
     // Once, before anything else. `receiveBuffer`: bytes for the kernel's receive buffer, 0 for
-    // the system's own choice. False: see closed().
+    // the system's own choice. False: see closed(). (A host name's look-up that takes longer than
+    // `timeout` cannot be called back: the destructor waits for it.)
     bool connect(const std::string& host, std::uint16_t port, Duration timeout = defaultTimeout,
                  int receiveBuffer = 0);
 
@@ -119,8 +120,9 @@ public:
     // Waits for it, dropping all other events.
     std::optional<Closed> waitClosed(Duration timeout = defaultTimeout);
 
-    // Sends what is queued, ends sending, and ends the connection; does not wait for the agent.
-    void close();
+    // Ends the connection once what is queued has left, at the latest after `patience`; what the
+    // agent has sent meanwhile is lost.
+    void close(Duration patience = std::chrono::seconds(1));
 
     Counts counts() const;
     const Identity& identity() const { return ownIdentity; }
@@ -133,18 +135,19 @@ public:
     void sendSealed(ByteView plaintext);               // any plaintext in one box
     // A box without its frame, not sent; it takes its place in the counters. After secure() only.
     Bytes seal(ByteView plaintext);
-    // While paused nothing is read from the socket, so that the agent's sends come to a halt. A
-    // read that is under way may still deliver up to 64 KiB.
+    // While paused nothing is read from the socket, so that the agent's sends come to a halt; the
+    // agent's end goes unnoticed, too.
     void pauseReading(bool paused);
-    // Waits until all that was sent is in the kernel's hands; false: not in time.
+    // Waits until all that was sent is in the kernel's hands; false: not in time, or not at all.
     bool flush(Duration timeout = defaultTimeout);
-    void shutdownSending();  // the agent reads an end; this side goes on reading
-    void abort();            // an end by reset, unsent bytes are dropped
+    void shutdownSending();  // after what is queued the agent reads an end; reading goes on
+    void abort();            // an end by reset; unsent bytes are dropped
 
 private:
-    struct Shared;
+    class Link;
     const Identity ownIdentity;
-    const std::shared_ptr<Shared> shared;
+    const std::unique_ptr<SerialQueue> queue;
+    const std::shared_ptr<Link> link;
 };
 
 template <class T>
