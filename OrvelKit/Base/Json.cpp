@@ -12,32 +12,13 @@
 #include <span>
 #include <sstream>
 
+#include "OrvelKit/Base/Unicode.h"
+
 namespace orvel {
 
 namespace {
 
 namespace json = boost::json;
-
-// Length of the well-formed UTF-8 character that `text` begins with; 0 when it begins with none.
-std::size_t characterLength(std::string_view text) {
-    const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
-    const auto continues = [&](std::size_t i, std::uint8_t low = 0x80, std::uint8_t high = 0xBF) {
-        return i < text.size() && byte(i) >= low && byte(i) <= high;
-    };
-    const std::uint8_t lead = byte(0);
-    if (lead < 0x80) return 1;
-    if (lead >= 0xC2 && lead <= 0xDF) return continues(1) ? 2 : 0;
-    // The second byte's range keeps out overlong forms, surrogates and what lies above U+10FFFF.
-    if (lead >= 0xE0 && lead <= 0xEF) {
-        const bool second = continues(1, lead == 0xE0 ? 0xA0 : 0x80, lead == 0xED ? 0x9F : 0xBF);
-        return second && continues(2) ? 3 : 0;
-    }
-    if (lead >= 0xF0 && lead <= 0xF4) {
-        const bool second = continues(1, lead == 0xF0 ? 0x90 : 0x80, lead == 0xF4 ? 0x8F : 0xBF);
-        return second && continues(2) && continues(3) ? 4 : 0;
-    }
-    return 0;
-}
 
 template <class Number>
 void appendNumber(std::string& text, Number value) {
