@@ -15,6 +15,9 @@ namespace orvel {
 std::optional<std::string> sessionBusAddress();
 std::string systemBusAddress();
 
+// A connection that nobody shares; null when nobody answers.
+GObjectPtr<GDBusConnection> connectToBus(const std::string& address, GCancellable* cancellable);
+
 // A method of an object, and who has it.
 struct BusMethod {
     const char* service;

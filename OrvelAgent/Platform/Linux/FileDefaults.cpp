@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -15,9 +16,6 @@
 namespace orvel {
 
 namespace {
-
-// A writer holds the lock for as long as the disk takes.
-constexpr auto lockLimit = std::chrono::seconds(5);
 
 // The coarsest time stamps that a file system makes.
 constexpr time_t stampSeconds = 2;
@@ -61,6 +59,22 @@ std::optional<std::string> text(JsonValue value) {
     return found ? std::optional<std::string>(*found) : std::nullopt;
 }
 
+// A date is read and written back whenever another one in its dictionary changes. So that it does
+// not creep, whole seconds and the rest are converted apart: each number gives itself again.
+WallTime dateAt(double seconds) {
+    constexpr double limit = 8.0e9;
+    if (std::abs(seconds) > limit) return fromSecondsSinceReferenceDate(seconds);
+    const double whole = std::floor(seconds);
+    return WallTime(referenceDateSinceUnixEpoch + std::chrono::seconds(std::llround(whole)) +
+                    std::chrono::nanoseconds(std::llround((seconds - whole) * 1e9)));
+}
+
+double secondsOf(WallTime date) {
+    const auto all = date.time_since_epoch() - referenceDateSinceUnixEpoch;
+    const auto whole = std::chrono::floor<std::chrono::seconds>(all);
+    return static_cast<double>(whole.count()) + std::chrono::duration<double>(all - whole).count();
+}
+
 template <class Value, class Encode>
 std::string encodedMembers(const std::map<std::string, Value>& dictionary, Encode encode) {
     JsonWriter json;
@@ -86,7 +100,8 @@ std::string objectOf(const std::vector<JsonMember>& members) {
 
 }  // namespace
 
-FileDefaults::FileDefaults(std::string filePath) : path(std::move(filePath)) {}
+FileDefaults::FileDefaults(std::string filePath, Duration writeLimit)
+    : path(std::move(filePath)), lockLimit(writeLimit) {}
 
 FileDefaults::Content FileDefaults::readFile() const {
     using Condition = Content::Condition;
@@ -285,7 +300,7 @@ std::optional<std::map<std::string, WallTime>> FileDefaults::dateDictionary(
     const std::string& key) {
     return decodedMembers<WallTime>(json(key), [](JsonValue value) {
         const auto seconds = value.number();
-        return seconds ? std::optional(fromSecondsSinceReferenceDate(*seconds)) : std::nullopt;
+        return seconds ? std::optional(dateAt(*seconds)) : std::nullopt;
     });
 }
 
@@ -322,7 +337,7 @@ bool FileDefaults::set(const std::string& key, const std::map<std::string, Bytes
 
 bool FileDefaults::set(const std::string& key, const std::map<std::string, WallTime>& value) {
     return change(key, encodedMembers(value, [](JsonWriter& json, WallTime member) {
-                      json.number(secondsSinceReferenceDate(member));
+                      json.number(secondsOf(member));
                   }));
 }
 

@@ -29,8 +29,9 @@ class FileDefaults : public Defaults {
 public:
     static constexpr std::size_t maxFileSize = 1024 * 1024;
 
-    // An absolute path. Its folder is made by the first write.
-    explicit FileDefaults(std::string path);
+    // An absolute path; its folder is made by the first write. A write waits for those of others,
+    // which take as long as the disk takes, but not longer than `lockLimit`.
+    explicit FileDefaults(std::string path, Duration lockLimit = std::chrono::seconds(5));
 
     std::optional<bool> boolean(const std::string& key) override;
     std::optional<std::string> string(const std::string& key) override;
@@ -78,6 +79,7 @@ private:
     static void logOnce(std::string& last, const std::string& line);
 
     const std::string path;
+    const Duration lockLimit;
     std::mutex mutex;  // guards the fields below; held while files are read and written
     std::optional<Content> cache;
     std::string lastReadProblem, lastWriteProblem;

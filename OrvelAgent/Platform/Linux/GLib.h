@@ -5,7 +5,6 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
 
 #include "OrvelKit/Base/Clock.h"
@@ -33,9 +32,8 @@ public:
     GErrorSlot& operator=(const GErrorSlot&) = delete;
     ~GErrorSlot() { g_clear_error(&error); }
 
-    operator GError**() { return &error; }
-    explicit operator bool() const { return error != nullptr; }
-    std::string message() const { return error ? error->message : ""; }
+    GError** out() { return &error; }
+    bool isSet() const { return error != nullptr; }
 
 private:
     GError* error = nullptr;

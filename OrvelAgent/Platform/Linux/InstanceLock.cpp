@@ -27,6 +27,11 @@ FileDescriptor openLockFile(const std::string& path) {
     return file;
 }
 
+bool isFile(const FileDescriptor& file) {
+    struct stat opened;
+    return file && fstat(file.get(), &opened) == 0 && S_ISREG(opened.st_mode);
+}
+
 // False when somebody removed the file: then the next start would lock another one.
 bool isStillThere(const FileDescriptor& file, const std::string& path) {
     struct stat opened, named;
@@ -37,7 +42,7 @@ bool isStillThere(const FileDescriptor& file, const std::string& path) {
 InstanceLock::Outcome acquireAt(const std::string& path, std::unique_ptr<InstanceLock>& lock) {
     for (int attempt = 0; attempt < 10; ++attempt) {
         FileDescriptor file = openLockFile(path);
-        if (!file) break;
+        if (!isFile(file)) break;
         if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
             if (errno == EWOULDBLOCK) return InstanceLock::Outcome::heldByAnother;
             break;

@@ -48,19 +48,29 @@ SecretValuePtr encoded(ByteView data) {
     return value;
 }
 
-// One request: its time, its own connection to the service. Connections are not kept: a service
-// that was started anew knows nothing of the old one's sessions.
+// One request: its time, its own connection to the service. The service is not kept: one that was
+// started anew knows nothing of the old one's sessions.
 class Request {
 public:
     explicit Request(Duration limit) : deadline(limit) {
+        g_main_context_push_thread_default(context);
         if (!sessionBusAddress()) return;
-        // The library uses the process's shared connection, which by default ends the process
-        // together with the bus.
+        // The connection is shared by the whole process, and would by default end it together
+        // with the bus.
         bus.reset(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable(), nullptr));
-        if (!bus) return;
+        if (!bus || g_dbus_connection_is_closed(bus.get())) return;
         g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
         service.reset(secret_service_open_sync(
             SECRET_TYPE_SERVICE, nullptr, SECRET_SERVICE_OPEN_SESSION, cancellable(), nullptr));
+    }
+
+    // Drops what is still on its way to objects that are gone: it would keep the connection alive.
+    ~Request() {
+        service.reset();
+        while (g_main_context_iteration(context, FALSE)) {
+        }
+        g_main_context_pop_thread_default(context);
+        g_main_context_unref(context);
     }
 
     explicit operator bool() const { return service != nullptr; }
@@ -79,13 +89,13 @@ public:
     std::optional<std::vector<GObjectPtr<SecretItem>>> find(GHashTable* attributes) const {
         GErrorSlot error;
         GList* list = secret_service_search_sync(service.get(), schema(), attributes,
-                                                 SECRET_SEARCH_ALL, cancellable(), error);
+                                                 SECRET_SEARCH_ALL, cancellable(), error.out());
         std::vector<GObjectPtr<SecretItem>> items;
         for (GList* link = list; link; link = link->next) {
             items.emplace_back(static_cast<SecretItem*>(link->data));
         }
         g_list_free(list);
-        if (error) return std::nullopt;
+        if (error.isSet()) return std::nullopt;
         std::stable_partition(items.begin(), items.end(),
                               [](const auto& item) { return !secret_item_get_locked(item.get()); });
         return items;
@@ -109,6 +119,7 @@ public:
 
 private:
     const Deadline deadline;
+    GMainContext* const context = g_main_context_new();
     GObjectPtr<GDBusConnection> bus;
     GObjectPtr<SecretService> service;
 };
