@@ -1,1 +1,23 @@
-bench() { fail "not yet"; }
+# shellcheck shell=bash
+# ./orvel bench: the small benchmarks, then the whole program on a moving screen. Only ratios taken in
+# one run mean something: other programs share the machine, and not all machines are equal.
+
+# bench [FILTER]: FILTER is a regular expression for names of small benchmarks (the whole program is
+# then left out), or `whole` for the whole program alone.
+bench() {
+    local filter=${1:-} program
+    setUp
+    build release
+    if [[ $filter != whole ]]; then
+        for program in "$root"/build/release/orvel-*-benchmark*; do
+            [[ -f $program && -x $program ]] || continue
+            say "${program##*/}"
+            "$program" ${filter:+--benchmark_filter="$filter"}
+        done
+    fi
+    if [[ -z $filter || $filter == whole ]]; then
+        # shellcheck source=Benchmarks/whole-process.sh
+        source "$root/Benchmarks/whole-process.sh"
+        measureWholeProgram
+    fi
+}

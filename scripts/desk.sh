@@ -16,13 +16,15 @@ startDisplay() {
     unset WAYLAND_DISPLAY
 }
 
-# startVirtualDesk: a display with a window manager and a clock.
+# startVirtualDesk: a display with a window manager and a clock, whose process is clockPid.
 startVirtualDesk() {
     startDisplay
     xsetroot -solid '#31506b'
     start openbox openbox --sm-disable
     start clock xterm -geometry 64x14+60+60 -fa Monospace -fs 14 -bg '#10181f' -fg '#d8e6f0' -title 'Orvel' \
         -e sh -c 'while :; do clear; echo; echo "  A virtual desktop."; echo; date "+  %A %d %B, %H:%M:%S"; sleep 1; done'
+    # shellcheck disable=SC2034 # the demo stops the clock
+    clockPid=$!
     waitUntil 10 hasWindow Orvel || fail "the virtual desktop does not come up: $(tail -n 3 "$scratch/clock.log")"
 }
 
