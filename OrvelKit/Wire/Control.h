@@ -92,7 +92,7 @@ struct ControlError : std::runtime_error {
 // on the wire an object whose only member is named after the case. Who sends which:
 // Docs/Protocol.md.
 struct Control {
-    // From the phone. (clip: `clipboard` goes both ways.)
+    // From the phone, beside Hello. Clipboard, below, goes both ways.
     struct Move {
         double dx = 0, dy = 0;
         bool operator==(const Move&) const = default;
@@ -150,7 +150,7 @@ struct Control {
         std::uint32_t id = 0;
         bool operator==(const CancelFetch&) const = default;
     };
-    // From the agent.
+    // From the agent, beside Welcome and DirectoryListing.
     struct Rejected {
         Rejection reason{};
         bool operator==(const Rejected&) const = default;
@@ -183,7 +183,8 @@ struct Control {
     }
     bool operator==(const Control&) const = default;
 
-    // JSON as described in Docs/Protocol.md. Encoding cannot fail; decoding throws ControlError.
+    // JSON as described in Docs/Protocol.md. Encoding cannot fail: a number that is not finite
+    // becomes 0, bytes that are not UTF-8 become U+FFFD. Decoding throws ControlError.
     std::string toJson() const;
     static Control fromJson(std::string_view json);
 };

@@ -7,18 +7,6 @@
 
 namespace orvel {
 
-const char* FramingError::what() const noexcept {
-    switch (code) {
-        case Code::unknownKind:
-            return "unexpected frame kind";
-        case Code::tooLarge:
-            return "frame too large";
-        case Code::malformed:
-            return "malformed payload";
-    }
-    return "framing error";
-}
-
 void Framing::storeHeader(std::uint8_t* to, FrameKind kind, std::size_t payloadLength) {
     if (payloadLength > std::numeric_limits<std::uint32_t>::max()) std::abort();
     to[0] = static_cast<std::uint8_t>(kind);
