@@ -127,7 +127,11 @@ public:
         accept();
         thread = std::thread([this] { context.run(); });
     }
-    ~AgentForTests() {
+    ~AgentForTests() { finish(); }
+
+    // After that, what the scripts have written may be read; none runs any more.
+    void finish() {
+        if (!thread.joinable()) return;
         context.stop();
         thread.join();
     }

@@ -87,6 +87,7 @@ public:
     Counts counts() const;
     std::optional<SecureHandshake::Result> peer() const;  // without its session
     MonotonicTime timeOf(MonotonicTime Link::*moment) const;
+    bool isSameMachine() const;
 
     void send(Bytes bytes);
     void sendInner(FrameBuffer frame);
@@ -137,6 +138,7 @@ private:
     std::size_t waitingBytes = 0;
     std::optional<Closed> ended;
     bool isConnected = false;
+    bool sameMachine = false;
     bool paused = false;
     bool withholds = false;
     Bytes withheld;            // the reveal that waits for company
@@ -215,8 +217,12 @@ void PhoneConnection::Link::tryEndpoint(std::vector<tcp::endpoint> endpoints, st
                                                          bufferSize, failure);
                              }
                              self.startReading();
+                             error_code unknown;
+                             const auto here = self.socket.local_endpoint(unknown).address();
+                             const auto there = self.socket.remote_endpoint(unknown).address();
                              const Lock hold(self.mutex);
                              self.isConnected = true;
+                             self.sameMachine = there.is_loopback() || here == there;
                              self.connected = std::chrono::steady_clock::now();
                              self.changed.notify_all();
                          }));
@@ -539,6 +545,11 @@ MonotonicTime PhoneConnection::Link::timeOf(MonotonicTime Link::*moment) const {
     return this->*moment;
 }
 
+bool PhoneConnection::Link::isSameMachine() const {
+    const Lock hold(mutex);
+    return sameMachine;
+}
+
 // --- The outside ---
 
 PhoneConnection::PhoneConnection(Identity identity)
@@ -576,6 +587,10 @@ MonotonicTime PhoneConnection::connectStartedAt() const {
 }
 MonotonicTime PhoneConnection::connectedAt() const {
     return link->timeOf(&Link::connected);
+}
+
+bool PhoneConnection::isSameMachine() const {
+    return link->isSameMachine();
 }
 
 Hello PhoneConnection::hello(std::string deviceName, std::optional<std::string> pin) const {

@@ -97,6 +97,10 @@ public:
     MonotonicTime connectStartedAt() const;
     MonotonicTime connectedAt() const;  // the epoch while not connected
 
+    // The agent was reached at one of this machine's own addresses, so that its frame times can be
+    // compared with this machine's clock. False while not connected.
+    bool isSameMachine() const;
+
     // A hello as this phone has to say it; change it at will before sending it.
     Hello hello(std::string deviceName, std::optional<std::string> pin = {}) const;
 

@@ -47,6 +47,8 @@ TEST(PhoneConnection, bothEndsDeriveTheSameCodeAndKnowEachOther) {
     EXPECT_EQ(phone.code().size(), 6u);
     phone.send({phone.hello("Test", phone.code())});
     EXPECT_TRUE(phone.waitFor<Control::Pong>());
+    phone.close();
+    agent.finish();
     EXPECT_EQ(phone.code(), code);
     EXPECT_EQ(phone.identity().publicKey(), phoneKey);
 }
@@ -263,6 +265,8 @@ TEST(PhoneConnection, aWithheldRevealLeavesInOneWriteWithTheHello) {
     ASSERT_TRUE(phone.secure(10s, true));
     phone.send({phone.hello("Test")});
     EXPECT_TRUE(phone.waitFor<Control::Rejected>());
+    phone.close();
+    agent.finish();
     EXPECT_TRUE(cameTogether);
 }
 
@@ -289,6 +293,7 @@ TEST(PhoneConnection, misbehavingReachesTheAgentAsItIs) {
     phone.seal(Bytes{});  // its place in the counters stays empty
     phone.sendSealed(Bytes{1});
     EXPECT_TRUE(phone.waitClosed());
+    agent.finish();
     EXPECT_EQ(unsealed, (Bytes{1, 2}));
     EXPECT_EQ(outcome, "refused");
 }
@@ -354,6 +359,8 @@ TEST(PhoneConnection, theAgentReadsAnEndAfterWhatWasSent) {
     secured.phone.send({Control::Ping{18446744073709551615u}});
     secured.phone.shutdownSending();
     EXPECT_TRUE(secured.phone.waitFor<Control::Pong>());
+    secured.phone.close();
+    agent.finish();
     EXPECT_TRUE(ended);
     EXPECT_EQ(value, 18446744073709551615u);
 }

@@ -1,0 +1,183 @@
+#include "Phone/Commands/AgentSession.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace orvel::phone {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr Duration handshakePatience = 10s;
+constexpr Duration onePatience = 10s, eachPatience = 4s;  // for connecting to an address
+
+std::unique_ptr<PhoneConnection> connectTo(const Identity& identity, AgentTarget& target,
+                                           AgentAddress& reached, std::string& problem) {
+    const Duration patience = target.addresses.size() > 1 ? eachPatience : onePatience;
+    for (const AgentAddress& address : target.addresses) {
+        auto connection = std::make_unique<PhoneConnection>(identity);
+        if (connection->connect(address.host, address.port, patience)) {
+            reached = address;
+            return connection;
+        }
+        problem = target.name + ": " + connection->closed()->describe();
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+AgentSession AgentSession::open(const CommandContext& context, bool replacesKey) {
+    const Settings& settings = context.settings;
+    AgentSession session;
+    session.console = &context.console;
+    session.phoneName = settings.phoneName;
+    session.phoneState = std::make_unique<PhoneState>(settings.stateFolder);
+    for (const std::string& warning : session.phoneState->warnings())
+        context.console.remark(warning);
+    const auto known = session.phoneState->agents();
+    AgentChoice choice = AgentChoice::make(settings.wish, known, settings.discover);
+    if (!choice.target) throw CommandError(choice.problem);
+    AgentTarget& target = *choice.target;
+
+    std::string problem = target.name + " cannot be found on this network.";
+    const Identity& identity = session.phoneState->identity();
+    session.connection = connectTo(identity, target, session.agentAddress, problem);
+    if (!session.connection && target.lookUp) {
+        for (const FoundAgent& agent : settings.discover().agents) {
+            if (agent.name == *target.lookUp) target.addresses = AgentChoice::addressesOf(agent);
+        }
+        session.connection = connectTo(identity, target, session.agentAddress, problem);
+    }
+    if (!session.connection) throw CommandError(problem);
+    session.agentName = target.name;
+    if (!session.connection->secure(handshakePatience)) throw session.endedError();
+
+    const Bytes key = session.connection->agentKey();
+    const auto isPresented = [&](const KnownAgent& agent) { return agent.publicKey == key; };
+    const auto match = std::find_if(known.begin(), known.end(), isPresented);
+    if (match != known.end()) session.knownAgent = *match;
+    if (target.expected && !isPresented(*target.expected) &&
+        !(target.byAddressOnly && (session.knownAgent || replacesKey))) {
+        throw CommandError(
+            "DANGER: the computer at " + session.agentAddress.host + " port " +
+            std::to_string(session.agentAddress.port) + " is not " + target.expected->name +
+            ", as which it was paired. Its ID is " + session.connection->agentID() +
+            " and should be " + target.expected->id +
+            ". Somebody may be in between. Nothing was sent to it. If another computer is there "
+            "rightfully, pair it with: orvel-phone --host " +
+            session.agentAddress.host + " --port " + std::to_string(session.agentAddress.port) +
+            " pair --replace");
+    }
+    if (session.knownAgent) session.agentName = session.knownAgent->name;
+    return session;
+}
+
+AgentSession::Admission AgentSession::admit(std::int64_t maxPixels, Duration patience) {
+    if (!knownAgent) throw rejectedError(Rejection::pinRequired);
+    return greet(std::nullopt, maxPixels, patience, [] {});
+}
+
+AgentSession::Admission AgentSession::admitWithCode(std::int64_t maxPixels, Duration patience,
+                                                    const std::function<void()>& onWaiting) {
+    return greet(connection->code(), maxPixels, patience, onWaiting);
+}
+
+AgentSession::Admission AgentSession::greet(std::optional<std::string> code, std::int64_t maxPixels,
+                                            Duration patience,
+                                            const std::function<void()>& onWaiting) {
+    Hello hello = connection->hello(phoneName, std::move(code));
+    hello.maxPixels = maxPixels;
+    connection->send({hello});
+    const MonotonicTime begin = std::chrono::steady_clock::now();
+    Admission admission;
+    bool saidWaiting = false;
+    for (;;) {
+        auto event = connection->next(1s);
+        if (!event) {
+            if (connection->closed()) throw endedError();
+            if (std::chrono::steady_clock::now() - begin > patience) {
+                throw CommandError(agentName + " does not answer.");
+            }
+            if (!std::exchange(saidWaiting, true)) onWaiting();
+            continue;
+        }
+        if (event->as<PhoneConnection::Closed>()) throw endedError();
+        if (const auto* rejected = event->as<Control::Rejected>()) {
+            throw rejectedError(rejected->reason);
+        }
+        if (const auto* welcome = event->as<Welcome>()) {
+            accept(*welcome);
+            admission.welcome = *welcome;
+            return admission;
+        }
+        if (event->as<VideoFormat>() || event->as<VideoFrame>()) {
+            admission.early.push_back(*std::move(event));
+        }
+    }
+}
+
+void AgentSession::accept(const Welcome& welcome) {
+    if (welcome.agentKey && *welcome.agentKey != connection->agentKey()) {
+        throw CommandError("The computer names another key than the one it has shown.");
+    }
+    if (welcome.protocolVersion.value_or(Orvel::protocolVersion) < Orvel::protocolVersion) {
+        throw rejectedError(Rejection::versionMismatch);
+    }
+    agentName = welcome.macName;
+    KnownAgent agent{connection->agentID(), connection->agentKey(), welcome.macName,
+                     agentAddress.host,     agentAddress.port,      {}};
+    try {
+        phoneState->remember(agent);
+    } catch (const PhoneState::Error& error) {
+        if (!knownAgent) throw;
+        console->remark(error.what());
+    }
+    knownAgent = std::move(agent);
+}
+
+Welcome AgentSession::selectDisplay(std::uint32_t id) {
+    connection->send({Control::SelectDisplay{id}});
+    const MonotonicTime deadline = std::chrono::steady_clock::now() + 30s;
+    while (auto event = connection->next(deadline - std::chrono::steady_clock::now())) {
+        if (const auto* welcome = event->as<Welcome>()) return *welcome;
+        if (const auto* rejected = event->as<Control::Rejected>()) {
+            throw rejectedError(rejected->reason);
+        }
+    }
+    if (connection->closed()) throw endedError();
+    throw CommandError(agentName + " does not answer.");
+}
+
+CommandError AgentSession::endedError() const {
+    const auto closed = connection->closed();
+    return CommandError(agentName + ": " + (closed ? closed->describe() : "It does not answer."));
+}
+
+RejectedError AgentSession::rejectedError(Rejection reason) const {
+    const auto because = [&](const std::string& sentence) {
+        return RejectedError(reason, sentence);
+    };
+    switch (reason) {
+        case Rejection::pinRequired:
+            return because("This phone is not paired with " + agentName +
+                           " (any more): run `orvel-phone pair` first.");
+        case Rejection::wrongPin:
+            return because(agentName + " does not accept the code.");
+        case Rejection::phoneOutdated:
+            return because("This phone is too old for " + agentName +
+                           ": a newer orvel-phone is needed.");
+        case Rejection::permissionsMissing:
+            return because(agentName +
+                           " may not show its screen or be controlled: somebody has to allow that "
+                           "there, or there is no display.");
+        case Rejection::versionMismatch:
+            return because(agentName +
+                           " speaks another version of the protocol: the agent there has to be "
+                           "updated.");
+    }
+    return because(agentName + " refuses this phone.");
+}
+
+}  // namespace orvel::phone

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "OrvelKit/Wire/Control.h"
+#include "Phone/AgentChoice.h"
+#include "Phone/Console.h"
+
+namespace orvel::phone {
+
+// What holds for every command.
+struct Settings {
+    std::string stateFolder;
+    std::string phoneName;
+    AgentWish wish;
+    bool json = false;
+    // What looks for computers on the network.
+    AgentChoice::Discover discover;
+};
+
+struct CommandContext {
+    const Settings& settings;
+    Console& console;
+};
+
+// Ends a command: one sentence for people; the program's exit code becomes 1.
+struct CommandError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// The computer's refusal.
+struct RejectedError : CommandError {
+    RejectedError(Rejection why, const std::string& sentence)
+        : CommandError(sentence), reason(why) {}
+    Rejection reason;
+};
+
+using Command = std::function<void(CommandContext&)>;
+
+// Each adds its subcommand with its options, and puts itself into `chosen` when the command line
+// names it.
+void addDiscover(CLI::App& app, Command& chosen);
+void addPair(CLI::App& app, Command& chosen);
+void addWatch(CLI::App& app, Command& chosen);
+void addShot(CLI::App& app, Command& chosen);
+void addDisplays(CLI::App& app, Command& chosen);
+void addPing(CLI::App& app, Command& chosen);
+
+}  // namespace orvel::phone

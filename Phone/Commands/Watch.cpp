@@ -1,0 +1,296 @@
+#include <cstdio>
+#include <memory>
+#include <random>
+
+#include "OrvelKit/Base/Json.h"
+#include "Phone/Commands/AgentSession.h"
+#include "Phone/Interrupt.h"
+#include "Phone/LatencyMeasurement.h"
+#include "Phone/LatencyProbe.h"
+#include "Phone/Percentile.h"
+#include "Phone/Recorder.h"
+#include "Phone/VideoDecoder.h"
+#include "Phone/WatchStatistics.h"
+
+namespace orvel::phone {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr Duration firstPatience = 15s;       // for the first picture
+constexpr Duration keyframePatience = 500ms;  // before a keyframe is asked for again
+constexpr double frameMilliseconds = 1000.0 / 60;
+
+struct WatchOptions {
+    std::optional<double> seconds;
+    std::string film;
+    std::int64_t maxPixels = 1920;
+    std::optional<std::uint32_t> display;
+    bool latencyProbe = false;
+    std::size_t samples = 200;
+    std::vector<int> probeAt{32, 32};
+};
+
+MonotonicTime now() {
+    return std::chrono::steady_clock::now();
+}
+
+template <class... Values>
+std::string formatted(const char* format, Values... values) {
+    char text[200];
+    std::snprintf(text, sizeof text, format, values...);
+    return text;
+}
+
+// One watching, from the welcome to the summary.
+class Watch {
+public:
+    Watch(CommandContext& commandContext, AgentSession& agentSession,
+          const WatchOptions& watchOptions)
+        : context(commandContext),
+          session(agentSession),
+          options(watchOptions),
+          statistics(session.phone().connectStartedAt(), session.phone().isSameMachine()) {
+        if (!options.film.empty()) recorder.emplace(options.film);
+        if (options.latencyProbe) startProbe();
+    }
+
+    void run(const std::vector<PhoneConnection::Event>& early) {
+        const MonotonicTime begin = now();
+        for (const auto& event : early)
+            take(event);
+        MonotonicTime nextTick = now() + 1s;
+        while (!interrupt.isRequested() && !isOver(begin)) {
+            MonotonicTime until = std::min(nextTick, now() + 100ms);
+            if (measurement) until = std::min(until, measurement->nextStep());
+            if (const auto event = session.phone().next(until - now())) {
+                take(*event);
+            } else if (session.phone().closed()) {
+                break;
+            }
+            if (measurement && decoder.hasPicture()) measurement->step(now());
+            if (now() < nextTick) continue;
+            nextTick += 1s;
+            showLive();
+        }
+        end();
+    }
+
+private:
+    void startProbe() {
+        if (!session.phone().isSameMachine()) {
+            throw CommandError(
+                "--latency-probe needs the computer's display and this phone's "
+                "clock to be on one machine.");
+        }
+        std::string problem;
+        probe = LatencyProbe::open(options.probeAt[0], options.probeAt[1], problem);
+        if (!probe) throw CommandError("The square cannot be shown: " + problem + ".");
+        measurement.emplace([this](bool white) { return probe->show(white); }, options.samples,
+                            std::random_device{}());
+    }
+
+    bool isOver(MonotonicTime begin) const {
+        if (recorder && !recorder->problem().empty()) return true;
+        if (measurement && measurement->isDone()) return true;
+        const auto first = statistics.firstPictureAt();
+        if (!first) return now() - begin > firstPatience;
+        return options.seconds && now() - *first >= std::chrono::duration<double>(*options.seconds);
+    }
+
+    void take(const PhoneConnection::Event& event) {
+        if (const auto* rejected = event.as<Control::Rejected>()) rejection = rejected->reason;
+        if (const auto* format = event.as<VideoFormat>()) {
+            decoder.setFormat(*format);
+            if (recorder) recorder->add(*format, event.arrivedAt);
+        }
+        if (const auto* frame = event.as<VideoFrame>()) take(*frame, event.arrivedAt);
+    }
+
+    void take(const VideoFrame& frame, MonotonicTime arrivedAt) {
+        const auto outcome = decoder.decode(frame);
+        const MonotonicTime decodedAt = now();
+        statistics.add(frame, decodedAt, outcome);
+        if (outcome == VideoDecoder::Outcome::picture) {
+            if (measurement) measurement->look(decoder, decodedAt);
+        } else if (decodedAt >= nextKeyframeRequest) {
+            session.phone().send({Control::RequestKeyframe{}});
+            nextKeyframeRequest = decodedAt + keyframePatience;
+        }
+        if (recorder) recorder->add(frame, arrivedAt);
+    }
+
+    void showLive() {
+        const auto numbers = statistics.takeInterval(now());
+        std::string line = formatted("%5.1f fps  %6.2f Mbit/s", numbers.framesPerSecond,
+                                     numbers.megabitsPerSecond);
+        if (numbers.latencyMedian) line += formatted("  latency %.1f ms", *numbers.latencyMedian);
+        const auto total = statistics.total(now());
+        line += "  keyframes " + std::to_string(total.keyframes) + "  drops " +
+                std::to_string(total.drops);
+        if (measurement) {
+            line += "  probe " + std::to_string(measurement->samples().size()) + "/" +
+                    std::to_string(options.samples);
+        }
+        context.console.live(line);
+    }
+
+    void end() {
+        const MonotonicTime endedAt = now();
+        if (recorder) recorder->finish(endedAt);
+        const auto total = statistics.total(endedAt);
+        if (statistics.firstPictureAt()) {
+            context.settings.json ? context.console.say(json(total)) : sayTotal(total);
+        }
+        if (rejection) throw session.rejectedError(*rejection);
+        if (session.phone().closed()) throw session.endedError();
+        if (recorder && !recorder->problem().empty()) {
+            throw CommandError("The film cannot be written: " + recorder->problem() + ".");
+        }
+        if (!statistics.firstPictureAt() && !interrupt.isRequested()) {
+            throw CommandError(session.name() + " sends no picture.");
+        }
+        if (measurement && !measurement->problem().empty()) {
+            throw CommandError(measurement->problem());
+        }
+    }
+
+    void sayTotal(const WatchStatistics::Numbers& total) {
+        Console& console = context.console;
+        console.say(formatted("%llu frames in %.1f s: %.1f fps, %.2f Mbit/s",
+                              static_cast<unsigned long long>(total.frames), total.seconds,
+                              total.framesPerSecond, total.megabitsPerSecond));
+        console.say(formatted("keyframes %llu, drops %llu (%llu of them after a gap)",
+                              static_cast<unsigned long long>(total.keyframes),
+                              static_cast<unsigned long long>(total.drops),
+                              static_cast<unsigned long long>(decoder.gaps())));
+        if (total.latencyMedian) {
+            console.say(formatted("capture to decoded picture: median %.1f ms, 95 %% %.1f ms",
+                                  *total.latencyMedian, *total.latency95));
+        }
+        console.say(
+            formatted("connect to first picture: %.0f ms", *statistics.firstPictureMilliseconds()));
+        if (measurement) sayMeasurement();
+        if (recorder) {
+            for (const std::string& file : recorder->files())
+                console.say("film: " + file);
+        }
+    }
+
+    void sayMeasurement() {
+        const auto& samples = measurement->samples();
+        if (samples.empty()) return;
+        const double middle = median(samples).value(), most = percentile(samples, 0.95).value();
+        context.console.say(formatted(
+            "change on the display to decoded picture, %zu samples: median %.1f ms (%.2f frame "
+            "times), 95 %% %.1f ms (%.2f), not seen %zu",
+            samples.size(), middle, middle / frameMilliseconds, most, most / frameMilliseconds,
+            measurement->lost()));
+    }
+
+    std::string json(const WatchStatistics::Numbers& total) {
+        JsonWriter writer;
+        const auto number = [&](const char* key, std::optional<double> value) {
+            if (!value) return;
+            writer.key(key);
+            writer.number(*value);
+        };
+        const auto count = [&](const char* key, std::uint64_t value) {
+            writer.key(key);
+            writer.unsignedInteger(value);
+        };
+        writer.beginObject();
+        number("seconds", total.seconds);
+        count("frames", total.frames);
+        number("framesPerSecond", total.framesPerSecond);
+        number("megabitsPerSecond", total.megabitsPerSecond);
+        count("keyframes", total.keyframes);
+        count("drops", total.drops);
+        count("gaps", decoder.gaps());
+        number("latencyMedianMs", total.latencyMedian);
+        number("latency95Ms", total.latency95);
+        number("firstPictureMs", statistics.firstPictureMilliseconds());
+        count("width", static_cast<std::uint64_t>(decoder.width()));
+        count("height", static_cast<std::uint64_t>(decoder.height()));
+        if (measurement) {
+            count("probeSamples", measurement->samples().size());
+            count("probeLost", measurement->lost());
+            number("probeMedianMs", median(measurement->samples()));
+            number("probe95Ms", percentile(measurement->samples(), 0.95));
+        }
+        if (recorder) {
+            writer.key("files");
+            writer.beginArray();
+            for (const std::string& file : recorder->files())
+                writer.string(file);
+            writer.endArray();
+        }
+        writer.endObject();
+        return writer.take();
+    }
+
+    CommandContext& context;
+    AgentSession& session;
+    const WatchOptions& options;
+    const Interrupt interrupt;
+    VideoDecoder decoder;
+    WatchStatistics statistics;
+    std::optional<Recorder> recorder;
+    std::unique_ptr<LatencyProbe> probe;
+    std::optional<LatencyMeasurement> measurement;
+    std::optional<Rejection> rejection;
+    MonotonicTime nextKeyframeRequest{};
+};
+
+void selectDisplay(AgentSession& session, AgentSession::Admission& admission, std::uint32_t id) {
+    if (admission.welcome.displayID == id) return;
+    bool exists = false;
+    for (const auto& display : admission.welcome.displays.value_or(std::vector<DisplayInfo>{}))
+        exists = exists || display.id == id;
+    if (!exists) {
+        throw CommandError(session.name() + " has no display " + std::to_string(id) +
+                           ": see orvel-phone displays.");
+    }
+    admission.welcome = session.selectDisplay(id);
+    admission.early.clear();
+    // A display that went in the meantime is answered with another one.
+    if (admission.welcome.displayID != id) {
+        throw CommandError(session.name() + " does not show display " + std::to_string(id) + ".");
+    }
+}
+
+void watch(CommandContext& context, const WatchOptions& options) {
+    AgentSession session = AgentSession::open(context);
+    auto admission = session.admit(options.maxPixels, 60s);
+    if (options.display) selectDisplay(session, admission, *options.display);
+    Watch(context, session, options).run(admission.early);
+}
+
+}  // namespace
+
+void addWatch(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<WatchOptions>();
+    auto* command = app.add_subcommand("watch", "Watch the screen: numbers, and a film if wanted");
+    command->add_option("--seconds", options->seconds, "How long, from the first picture on")
+        ->check(CLI::PositiveNumber);
+    command->add_option("-o,--output", options->film,
+                        "Record to this .mp4 file; after a change of the picture's size to one "
+                        "with -2 before its ending, and so on");
+    command->add_option("--max-pixels", options->maxPixels, "Longer edge at most (1920)")
+        ->check(CLI::Range(1, 16384));
+    command->add_option("--display", options->display, "The display's ID (see displays)");
+    auto* probe = command->add_flag("--latency-probe", options->latencyProbe,
+                                    "Measure from a change on $DISPLAY to the decoded picture");
+    command->add_option("--samples", options->samples, "How many for --latency-probe (200)")
+        ->check(CLI::Range(1, 100'000))
+        ->needs(probe);
+    command->add_option("--probe-at", options->probeAt, "Where its square lies: X Y (32 32)")
+        ->expected(2)
+        ->needs(probe);
+    command->callback([&chosen, options] {
+        chosen = [options](CommandContext& context) { watch(context, *options); };
+    });
+}
+
+}  // namespace orvel::phone

@@ -1,0 +1,80 @@
+#include "Phone/PhoneProgram.h"
+
+#include <algorithm>
+#include <boost/asio/ip/host_name.hpp>
+
+#include "Phone/Commands/Command.h"
+#include "Phone/PhoneState.h"
+
+namespace orvel::phone {
+
+namespace {
+
+std::string ownName() {
+    boost::system::error_code error;
+    std::string name = boost::asio::ip::host_name(error);
+    return error || name.empty() ? "orvel-phone" : name;
+}
+
+int usage(const CLI::App& app, const CLI::ParseError& error, Console& console) {
+    const auto named = app.get_subcommands();
+    const CLI::App& meant = named.empty() ? app : *named.front();
+    const std::string text = meant.help(named.empty() ? "" : app.get_name());
+    if (error.get_exit_code() == 0) {
+        console.say(text);
+        return 0;
+    }
+    console.remark(error.what());
+    console.remark(text);
+    return 2;
+}
+
+}  // namespace
+
+int PhoneProgram::run(std::vector<std::string> arguments, Console& console,
+                      const AgentChoice::Discover& discover) {
+    Settings settings;
+    settings.stateFolder = PhoneState::defaultFolder();
+    settings.phoneName = ownName();
+    settings.discover = discover;
+    Command chosen;
+
+    CLI::App app("The reference phone of Orvel Agent.", "orvel-phone");
+    app.fallthrough();
+    app.require_subcommand(1);
+    app.add_option("--state-dir", settings.stateFolder,
+                   "Folder of the phone's key and the computers that it knows");
+    auto* host = app.add_option("--host", settings.wish.host, "The computer's address or name");
+    app.add_option("--port", settings.wish.port, "Its port (47800)")
+        ->check(CLI::Range(1, 65535))
+        ->needs(host);
+    app.add_option("--agent", settings.wish.agent, "The computer by its name or device ID");
+    app.add_option("--name", settings.phoneName, "What this phone calls itself");
+    app.add_flag("--json", settings.json, "Results as JSON, one object a line");
+    addDiscover(app, chosen);
+    addPair(app, chosen);
+    addWatch(app, chosen);
+    addShot(app, chosen);
+    addDisplays(app, chosen);
+    addPing(app, chosen);
+
+    try {
+        std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
+        app.parse(std::move(arguments));
+    } catch (const CLI::ParseError& error) {
+        return usage(app, error, console);
+    }
+    try {
+        settings.wish.forPairing = app.got_subcommand("pair");
+        CommandContext context{settings, console};
+        chosen(context);
+        return 0;
+    } catch (const CommandError& error) {
+        console.remark(error.what());
+    } catch (const PhoneState::Error& error) {
+        console.remark(error.what());
+    }
+    return 1;
+}
+
+}  // namespace orvel::phone
