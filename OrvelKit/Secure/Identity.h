@@ -13,8 +13,9 @@ struct Identity {
     PrivateKey privateKey;
 
     // The key stored under `service` and account "identity", or a new one, which is added. Never
-    // fails: a new key that could not be stored serves this run only. An item that cannot be read
-    // is left as it is, so every later start makes a new key too, until somebody repairs the store.
+    // fails: a new key that could not be stored serves this run only. An item that cannot be read,
+    // or is no key, is left as it is, so every later start makes a new key too, until somebody
+    // repairs the store.
     static Identity load(SecretStore& store, const std::string& service);
 
     Bytes publicKey() const;          // 32 bytes

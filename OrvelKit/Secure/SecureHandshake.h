@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "OrvelKit/Secure/Identity.h"
@@ -13,12 +14,21 @@ namespace orvel {
 // commits to its keys before it sees the agent's, so neither side can choose its keys to steer the
 // six-digit code. Messages are the payloads of `handshake` frames; Docs/Protocol.md has their
 // bytes.
+//
+// One object per connection, used from that connection's queue only. Every failure is a Failure
+// and final: the object refuses all that follows, and its owner ends the connection. A message
+// that comes out of turn is `malformed` like any other nonsense. Ephemeral keys are dropped as
+// soon as the session keys are derived, or with the object.
 struct SecureHandshake {
     // 1 commit, phone to agent; 2 keys, agent to phone; 3 reveal, phone to agent.
     static constexpr std::size_t commitLength = 33, keysLength = 64, revealLength = 64;
 
     struct Failure : std::exception {
-        enum class Code { malformed, commitMismatch, badKey } code;
+        enum class Code {
+            malformed,       // wrong length, wrong first byte, or out of turn
+            commitMismatch,  // the keys revealed are not the ones committed to
+            badKey           // a public key of small order: no secret can be agreed with it
+        } code;
         explicit Failure(Code failureCode) : code(failureCode) {}
         bool operator==(const Failure& other) const { return code == other.code; }
         const char* what() const noexcept override;
@@ -30,24 +40,24 @@ struct SecureHandshake {
         std::string code;  // six digits, the same on both ends
     };
 
-    // fresh --receive--> committed --finish--> finished. Any failure is final.
+    // The agent's side. fresh --receive--> committed --finish--> finished.
     class Responder {
     public:
         // A test passes its own `ephemeral` to reproduce a known result.
         explicit Responder(Identity identity, PrivateKey ephemeral = PrivateKey::generate());
 
-        Bytes receive(ByteView commitMessage);  // only when fresh; throws Failure
+        Bytes receive(ByteView commitMessage);  // message 2; only when fresh; throws Failure
         Result finish(ByteView revealMessage);  // only when committed; throws Failure
 
     private:
         enum class State { fresh, committed, finished };
         State state = State::fresh;
         Identity identity;
-        PrivateKey ephemeral;
+        std::optional<PrivateKey> ephemeral;  // until finished
         Bytes commitment;
     };
 
-    // fresh --commit--> committed --receive--> finished.
+    // The phone's side. The caller sends commit() first, then receives once.
     class Initiator {
     public:
         explicit Initiator(Identity identity, PrivateKey ephemeral = PrivateKey::generate());
@@ -61,11 +71,13 @@ struct SecureHandshake {
 
     private:
         Identity identity;
-        PrivateKey ephemeral;
+        std::optional<PrivateKey> ephemeral;  // until something was received
+        Bytes reveal;
     };
 
-    // From the salt of a handshake; exposed for its known values.
-    static std::string pairingCode(ByteView digest);
+    // The six digits that a digest stands for: its first three bytes as a big-endian number, modulo
+    // 1,000,000. (Values below 777,216 are a little likelier than the rest; so be it.)
+    static std::string pairingCode(const Digest& digest);
 };
 
 }  // namespace orvel

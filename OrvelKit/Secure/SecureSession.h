@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "OrvelKit/Base/Bytes.h"
-#include "OrvelKit/Wire/Framing.h"
+#include "OrvelKit/Wire/FrameBuffer.h"
 
 namespace orvel {
 
@@ -22,13 +22,14 @@ struct AuthenticationError : std::exception {
 // counter, never transmitted; so boxes open only in the order in which they were sealed, each
 // once.
 //
-// seal* may be called from several threads: each box gets a counter of its own. Who needs the
-// boxes on the wire in counter order serialises sealing and sending. open* belongs to the receive
-// path alone.
+// seal* may be called from several threads: each box gets a counter of its own, under a lock; the
+// sealing itself runs outside it. Who needs the boxes on the wire in counter order serialises
+// sealing and sending. open* belongs to the receive path alone.
 class SecureSession {
 public:
     static constexpr std::size_t tagLength = 16;
 
+    // Keeps its own copies of the keys and wipes them at its end; the caller wipes the originals.
     SecureSession(const SymmetricKey& sendKey, const SymmetricKey& receiveKey);
     ~SecureSession();
     SecureSession(const SecureSession&) = delete;
@@ -38,7 +39,8 @@ public:
     Bytes seal(ByteView plaintext);
 
     // Seals the frame in `buffer` where it lies and returns the bytes for the wire: a frame of
-    // kind `sealed` around it. They point into `buffer`, which can be sealed once only.
+    // kind `sealed` around it. They point into `buffer`, which can be sealed once only: what it
+    // holds afterwards is no frame, and sealing that would stop the process.
     ByteView sealFrame(FrameBuffer& buffer);
 
     // Throws SecureHandshake::Failure::malformed below 16 bytes, AuthenticationError when the tag
@@ -49,9 +51,10 @@ public:
     ByteView openInPlace(std::span<std::uint8_t> box);
 
 private:
-    struct Direction;
-    std::unique_ptr<Direction> sending;
-    std::unique_ptr<Direction> receiving;
+    struct Sending;
+    struct Receiving;
+    std::unique_ptr<Sending> sending;
+    std::unique_ptr<Receiving> receiving;
 };
 
 }  // namespace orvel
