@@ -74,8 +74,7 @@ private:
     }
 
     void update(const std::uint8_t* from, std::size_t length, std::uint8_t* to) {
-        // The library counts in int, and makes one pass for the cipher and one for the tag.
-        constexpr std::size_t pieceLength = 1 << 14;
+        constexpr std::size_t pieceLength = 1 << 20;  // the library counts in int
         while (length > 0) {
             const std::size_t piece = std::min(length, pieceLength);
             int written = 0;
