@@ -37,18 +37,34 @@ bool bringLoopbackUp() {
     return up;
 }
 
-// The daemon keeps its process number and a socket in fixed places: those must be its own, too.
-bool enterOwnNamespaces(const char* userMap, const char* groupMap) {
-    constexpr int wanted = CLONE_NEWNS | CLONE_NEWNET;
-    if (unshare(wanted) != 0) {
+// What the child needs in namespaces of its own, made before it is one.
+struct OwnNamespaces {
+    std::string userMap, groupMap, users, groups;
+
+    // The daemon keeps its process number and a socket in fixed places: those must be its own, too.
+    bool enter() const {
+        constexpr int wanted = CLONE_NEWNS | CLONE_NEWNET;
+        const bool isRoot = unshare(wanted) == 0;
+        if (!isRoot && !becomeRootOfOwn(wanted)) return false;
+        // Before any other mount: none may show outside.
+        return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+               (isRoot || becomeTheDaemonsUser()) &&
+               mount("tmpfs", "/run", "tmpfs", 0, "mode=1777") == 0 && bringLoopbackUp();
+    }
+
+private:
+    bool becomeRootOfOwn(int wanted) const {
         if (unshare(CLONE_NEWUSER | wanted) != 0) return false;
         writeText("/proc/self/setgroups", "deny");
-        if (!writeText("/proc/self/uid_map", userMap)) return false;
-        if (!writeText("/proc/self/gid_map", groupMap)) return false;
+        return writeText("/proc/self/uid_map", userMap.c_str()) &&
+               writeText("/proc/self/gid_map", groupMap.c_str());
     }
-    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount("tmpfs", "/run", "tmpfs", 0, "mode=755") == 0 && bringLoopbackUp();
-}
+    // The daemon gives its folder to the user "avahi": here that is ourselves.
+    bool becomeTheDaemonsUser() const {
+        return mount(users.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) == 0 &&
+               mount(groups.c_str(), "/etc/group", nullptr, MS_BIND, nullptr) == 0;
+    }
+};
 
 // As avahi-browse --parsable writes names: \DDD for a byte, \c for a character.
 std::string unescaped(const std::string& text) {
@@ -85,14 +101,17 @@ void AvahiDaemon::start() {
     const std::string log = folder / "avahi.log";
     daemon.reset();
     std::filesystem::remove(log);
-    const std::string users = std::to_string(getuid()) + ' ' + std::to_string(getuid()) + " 1";
-    const std::string groups = std::to_string(getgid()) + ' ' + std::to_string(getgid()) + " 1";
-    daemon = std::make_unique<BackgroundProcess>(BackgroundProcess::Options{
-        .command = {"avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits", "--file",
-                    folder / "avahi.conf"},
-        .environment = bus.asSystem(),
-        .outputFile = log,
-        .prepare = [&] { return enterOwnNamespaces(users.c_str(), groups.c_str()); }});
+    const std::string user = std::to_string(getuid()), group = std::to_string(getgid());
+    const OwnNamespaces namespaces{user + ' ' + user + " 1", group + ' ' + group + " 1",
+                                   folder / "passwd", folder / "group"};
+    std::ofstream(namespaces.users) << "avahi:x:" << user << ':' << group << "::/:/bin/false\n";
+    std::ofstream(namespaces.groups) << "avahi:x:" << group << ":\n";
+    daemon = std::make_unique<BackgroundProcess>(
+        BackgroundProcess::Options{.command = {"avahi-daemon", "--no-drop-root", "--no-chroot",
+                                               "--no-rlimits", "--file", folder / "avahi.conf"},
+                                   .environment = bus.asSystem(),
+                                   .outputFile = log,
+                                   .prepare = [&] { return namespaces.enter(); }});
     const bool up = eventually([&] {
         return fileText(log).find("Server startup complete") != std::string::npos ||
                !daemon->isRunning();

@@ -1,11 +1,16 @@
 #include "OrvelAgent/Platform/Linux/LinuxPower.h"
 
 #include <gtest/gtest.h>
+#include <xcb/screensaver.h>
+#include <xcb/xcb.h>
+
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 
 #include "Tests/Support/BusService.h"
 #include "Tests/Support/ScopedEnvironment.h"
+#include "Tests/Support/XServer.h"
 
 namespace orvel {
 namespace {
@@ -158,6 +163,55 @@ TEST_F(ScreenSaverTest, hearsOfUserActivity) {
     LinuxPower power;
     power.declareUserActivity("Orvel: telefon bağlandı");
     EXPECT_TRUE(eventually([&] { return saver->wasCalled("SimulateUserActivity"); }));
+}
+
+// An X server, and nothing on the buses.
+struct XServerPowerTest : LinuxPowerTest {
+    XServer server;
+    ScopedEnvironment display{"DISPLAY", server.display()};
+
+    XServerPowerTest() { login.reset(); }
+
+    static bool saverIsOn(xcb_connection_t* connection) {
+        const auto root = xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
+        auto* info = xcb_screensaver_query_info_reply(
+            connection, xcb_screensaver_query_info(connection, root), nullptr);
+        const bool on = info && info->state == XCB_SCREENSAVER_STATE_ON;
+        free(info);
+        return on;
+    }
+};
+
+TEST_F(XServerPowerTest, userActivityEndsTheScreenSaver) {
+    xcb_connection_t* connection = xcb_connect(nullptr, nullptr);
+    LinuxPower power;
+    for (int round = 0; round < 2; ++round) {
+        xcb_force_screen_saver(connection, XCB_SCREEN_SAVER_ACTIVE);
+        ASSERT_TRUE(saverIsOn(connection));
+        power.declareUserActivity("Orvel: telefon bağlandı");
+        EXPECT_TRUE(eventually([&] { return !saverIsOn(connection); }));
+    }
+    xcb_disconnect(connection);
+}
+
+TEST_F(XServerPowerTest, theScreenSaverIsSuspendedWhileTheServerIsThere) {
+    const auto inhibitor = inhibitByXServer();
+    ASSERT_TRUE(inhibitor);
+    EXPECT_TRUE(inhibitor->holds());
+    server.kill();
+    EXPECT_FALSE(inhibitor->holds());
+    EXPECT_FALSE(inhibitByXServer());
+}
+
+TEST_F(XServerPowerTest, aSuspendedScreenSaverDoesNotStart) {
+    auto inhibitor = inhibitByXServer();
+    ASSERT_TRUE(inhibitor);
+    xcb_connection_t* connection = xcb_connect(nullptr, nullptr);
+    xcb_set_screen_saver(connection, 1, 0, XCB_BLANKING_PREFERRED, XCB_EXPOSURES_ALLOWED);
+    EXPECT_FALSE(eventually([&] { return saverIsOn(connection); }, std::chrono::seconds(2)));
+    inhibitor.reset();
+    EXPECT_TRUE(eventually([&] { return saverIsOn(connection); }));
+    xcb_disconnect(connection);
 }
 
 TEST_F(LinuxPowerTest, thatNothingKeepsTheComputerAwakeIsSaidOnce) {
