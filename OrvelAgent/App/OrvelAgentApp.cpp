@@ -41,11 +41,7 @@ private:
 };
 
 void logNewlyPaired(const PairedDevice& device) {
-    std::string name = device.name;
-    for (char& c : name) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
-    }
-    std::fprintf(stderr, "orvel: a new phone was paired: %s (%s)\n", name.c_str(),
+    std::fprintf(stderr, "orvel: a new phone was paired: %s (%s)\n", printable(device.name).c_str(),
                  device.id.c_str());
 }
 
@@ -90,11 +86,13 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
     });
 
     std::optional<Headless> headless;
+    std::optional<Terminal> terminal;
     if (run.headless) {
         headless.emplace(mainQueue, *model, [&] { ending.begin(); });
         headless->start(core->identity);
     } else {
-        showInTerminal(*model);
+        terminal.emplace(mainQueue, *model, [&] { ending.begin(); });
+        terminal->start();
     }
     mainQueue.post([&] { model->start(); });
     mainQueue.run();
@@ -103,6 +101,7 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
 
 int run(int count, const char* const* arguments) {
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGTTIN, SIG_IGN);  // in the background of a shell the input just ends
     const auto host = HostInfo::create();
     const auto line = CommandLine::parse(count, arguments, host->shortVersion().value_or("?"));
     const StateLocation location{line.stateFolder};

@@ -1,18 +1,12 @@
 #include "OrvelAgent/App/Terminal.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 
 namespace orvel {
 
 namespace {
-
-// A phone chooses its own name: it must not be able to play with the terminal.
-std::string printable(std::string text) {
-    for (char& c : text) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
-    }
-    return text;
-}
 
 void print(const std::string& line) {
     std::fputs((line + "\n").c_str(), stdout);
@@ -34,7 +28,19 @@ struct StatusText {
 
 }  // namespace
 
-void showInTerminal(AgentModel& model) {
+std::string printable(std::string text) {
+    for (char& c : text) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+    }
+    return text;
+}
+
+Terminal::Terminal(SerialQueue& queue, AgentModel& agentModel, std::function<void()> quit)
+    : mainQueue(queue), model(agentModel), onQuit(std::move(quit)) {}
+
+Terminal::~Terminal() = default;
+
+void Terminal::start() {
     model.onListening = [](std::uint16_t port) {
         print("listening on port " + std::to_string(port));
     };
@@ -42,16 +48,31 @@ void showInTerminal(AgentModel& model) {
         print(std::visit(StatusText(), status.value));
     };
     model.onPairingCode = [](const std::optional<std::string>& code) {
-        if (code)
-            print("a new phone wants to pair; type this on it:  " + code->substr(0, 3) + " " +
-                  code->substr(3));
+        if (!code) return;
+        print("a new phone wants to pair; type this on it:  " + code->substr(0, 3) + " " +
+              code->substr(3) + "   (or \"reject\" here)");
     };
     model.onPairingRequest = [](const std::optional<PairingRequest>& request) {
-        if (request) {
-            print(printable(request->name) + " typed the code and waits to be allowed (" +
-                  request->deviceID + ")");
-        }
+        if (!request) return;
+        print(printable(request->name) + " typed the code; type \"allow\" or \"reject\"");
     };
+    input.emplace(STDIN_FILENO, [this, weak = std::weak_ptr<int>(alive)](std::string line) {
+        mainQueue.post([this, weak, line = std::move(line)] {
+            if (!weak.expired()) act(line);
+        });
+    });
+}
+
+void Terminal::act(const std::string& word) {
+    if (word.empty()) return;
+    if (word == "allow") {
+        if (model.pairingRequest) return model.allowPairing(model.pairingRequest->deviceID);
+        return print("no phone waits to be allowed");
+    }
+    if (word == "reject") return model.rejectPairing();
+    if (word == "disconnect") return model.disconnect();
+    if (word == "quit") return onQuit();
+    print("type allow, reject, disconnect or quit");
 }
 
 }  // namespace orvel

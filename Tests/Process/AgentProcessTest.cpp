@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -51,6 +52,30 @@ TEST(AgentProcess, answersUnknownLinesAndObeysQuit) {
         {ORVEL_AGENT_PROGRAM, "--state-dir", state, "defaults", "read", "remoteAccess"});
     EXPECT_EQ(defaults.readLine(), "\"off\"");
     EXPECT_EQ(defaults.wait(), 0);
+}
+
+TEST(AgentProcess, inATerminalItSpeaksToPeople) {
+    TemporaryFolder folder;
+    LineProcess agent({ORVEL_AGENT_PROGRAM, "--state-dir", folder / "state", "--bind", "127.0.0.1",
+                       "--no-advertise"},
+                      {{"DISPLAY", ""}});
+    const auto listening = agent.readUntil("listening on port ");
+    ASSERT_TRUE(listening) << agent.errors();
+    const int port = std::atoi(listening->c_str() + listening->rfind(' '));
+    ASSERT_TRUE(agent.readUntil("waiting for a phone"));
+    PhoneConnection connection(Identity{PrivateKey::generate()});
+    ASSERT_TRUE(connection.connect("127.0.0.1", static_cast<std::uint16_t>(port)));
+    ASSERT_TRUE(connection.secure());
+    const std::string code = connection.code();
+    EXPECT_TRUE(agent.readUntil(code.substr(0, 3) + " " + code.substr(3)));
+    agent.writeLine("reject");
+    const auto rejected = connection.waitFor<Control::Rejected>();
+    ASSERT_TRUE(rejected);
+    EXPECT_EQ(rejected->reason, Rejection::pinRequired);
+    agent.writeLine("what?");
+    EXPECT_TRUE(agent.readUntil("type allow, reject"));
+    agent.writeLine("quit");
+    EXPECT_EQ(agent.wait(), 0) << agent.errors();
 }
 
 TEST(AgentProcess, aWrongFlagIsUsageAndTwo) {
