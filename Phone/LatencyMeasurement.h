@@ -19,7 +19,7 @@ class VideoDecoder;
 // any origin will do. No clock of its own; one thread.
 class LatencyMeasurement {
 public:
-    // Draws the square and answers when it was there; nullopt: it cannot be drawn any more.
+    // Draws the square and answers when that was; nullopt: it cannot be drawn any more.
     using Show = std::function<std::optional<MonotonicTime>(bool white)>;
 
     LatencyMeasurement(Show show, std::size_t samplesWanted, std::uint32_t seed);

@@ -60,13 +60,14 @@ std::unique_ptr<LatencyProbe> LatencyProbe::open(int x, int y, std::string& prob
 }
 
 std::optional<MonotonicTime> LatencyProbe::show(bool white) {
+    const MonotonicTime askedAt = std::chrono::steady_clock::now();
     const std::uint32_t above = XCB_STACK_MODE_ABOVE;
     const std::uint32_t colour = white ? server->screen->white_pixel : server->screen->black_pixel;
     xcb_configure_window(server->connection, server->window, XCB_CONFIG_WINDOW_STACK_MODE, &above);
     xcb_change_window_attributes(server->connection, server->window, XCB_CW_BACK_PIXEL, &colour);
     xcb_clear_area(server->connection, 0, server->window, 0, 0, 0, 0);
     if (!server->synchronize()) return std::nullopt;
-    return std::chrono::steady_clock::now();
+    return askedAt;
 }
 
 }  // namespace orvel::phone

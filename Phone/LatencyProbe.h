@@ -17,8 +17,8 @@ public:
     static std::unique_ptr<LatencyProbe> open(int x, int y, std::string& problem);
     ~LatencyProbe();  // the square goes
 
-    // Draws, waits for the server to have done it, and returns the time of that; nullopt when the
-    // server is gone.
+    // Draws and waits for the server to have done it. Returns the time of the request, so that what
+    // is measured from it is never too little; nullopt when the server is gone.
     std::optional<MonotonicTime> show(bool white);
 
 private:

@@ -62,14 +62,15 @@ public:
             take(event);
         MonotonicTime nextTick = now() + 1s;
         while (!interrupt.isRequested() && !isOver(begin)) {
-            MonotonicTime until = std::min(nextTick, now() + 100ms);
-            if (measurement) until = std::min(until, measurement->nextStep());
+            MonotonicTime until = std::min({nextTick, now() + 100ms, endsAt()});
+            const bool measures = measurement && decoder.hasPicture();
+            if (measures) until = std::min(until, measurement->nextStep());
             if (const auto event = session.phone().next(until - now())) {
                 take(*event);
             } else if (session.phone().closed()) {
                 break;
             }
-            if (measurement && decoder.hasPicture()) measurement->step(now());
+            if (measures) measurement->step(now());
             if (now() < nextTick) continue;
             nextTick += 1s;
             showLive();
@@ -94,9 +95,15 @@ private:
     bool isOver(MonotonicTime begin) const {
         if (recorder && !recorder->problem().empty()) return true;
         if (measurement && measurement->isDone()) return true;
+        if (!statistics.firstPictureAt()) return now() - begin > firstPatience;
+        return now() >= endsAt();
+    }
+
+    MonotonicTime endsAt() const {
         const auto first = statistics.firstPictureAt();
-        if (!first) return now() - begin > firstPatience;
-        return options.seconds && now() - *first >= std::chrono::duration<double>(*options.seconds);
+        if (!first || !options.seconds) return MonotonicTime::max();
+        const std::chrono::duration<double> length(*options.seconds);
+        return *first + std::chrono::duration_cast<Duration>(length);
     }
 
     void take(const PhoneConnection::Event& event) {
@@ -273,7 +280,7 @@ void addWatch(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<WatchOptions>();
     auto* command = app.add_subcommand("watch", "Watch the screen: numbers, and a film if wanted");
     command->add_option("--seconds", options->seconds, "How long, from the first picture on")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(0.001, 1e6));
     command->add_option("-o,--output", options->film,
                         "Record to this .mp4 file; after a change of the picture's size to one "
                         "with -2 before its ending, and so on");
