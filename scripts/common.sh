@@ -79,6 +79,9 @@ cleanUp() {
     exit "$status"
 }
 trap cleanUp EXIT
+# An error that nobody answered ends the script (set -e): not without a word.
+set -E
+trap 'say "stopped by an error in ${BASH_SOURCE[0]##*/}, line $LINENO"' ERR
 trap 'exit 129' HUP
 trap 'exit 130' INT
 trap 'exit 143' TERM

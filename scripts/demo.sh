@@ -101,12 +101,14 @@ phoneWatches() {
         "\(.latency95Ms * 10 | round / 10) ms for 95 of 100"' "$scratch/watch.json")"
 
     local trouble lasts
-    trouble=$(ffmpeg -v error -xerror -i "$film" -f null - 2>&1 </dev/null) || trouble="${trouble:-ffmpeg fails}"
+    trouble=$(ffmpeg -v error -xerror -i "$film" -fps_mode passthrough -enc_time_base -1 -f null - 2>&1 </dev/null) || trouble="${trouble:-ffmpeg fails}"
     [[ -z $trouble ]] || fail "demo/session.mp4 does not play: $trouble"
     lasts=$(ffprobe -v error -show_entries format=duration -of csv=p=0 "$film")
     awk -v lasts="$lasts" -v wanted="$demoSeconds" 'BEGIN { exit !(lasts > wanted - 2) }' ||
         fail "demo/session.mp4 lasts $lasts s instead of $demoSeconds"
-    ffmpeg -v error -y -sseof -0.5 -i "$film" -update 1 "$scratch/last.png" </dev/null
+    local count
+    count=$(ffprobe -v error -select_streams v -count_packets -show_entries stream=nb_read_packets -of csv=p=0 "$film")
+    ffmpeg -v error -y -i "$film" -vf "select=eq(n\,$((count - 1)))" -frames:v 1 "$scratch/last.png" </dev/null
     compareWithScreen "$scratch/last.png" "the film's last picture"
     row 'demo/session.mp4' "$(describe "$film"), $(LC_ALL=C printf '%.1f' "$lasts") s; last picture $likeness dB like the screen"
 }
@@ -130,12 +132,13 @@ describe() {
 # display other things may move, so that a poor likeness is only said there.
 compareWithScreen() {
     local size
-    size=$(xdpyinfo | awk '/dimensions:/ { print $2; exit }')
+    size=$(xdpyinfo | awk '/dimensions:/ && !seen++ { print $2 }')
     ffmpeg -v error -y -f x11grab -video_size "$size" -i "$DISPLAY" -frames:v 1 "$scratch/grab.png" </dev/null
     likeness=$(ffmpeg -v info -i "$1" -i "$scratch/grab.png" -lavfi \
         '[1][0]scale2ref[b][a];[a]format=gbrp[a];[b]format=gbrp[b];[a][b]psnr' -f null - 2>&1 </dev/null |
         sed -n 's/.* average:\([0-9.inf]*\).*/\1/p')
     [[ -n $likeness ]] || fail "$2 cannot be compared with the screen"
+    if [[ $likeness != inf ]]; then likeness=$(LC_ALL=C printf '%.1f' "$likeness"); fi
     if awk -v is="$likeness" -v wanted="$faithful" 'BEGIN { exit !(is != "inf" && is < wanted) }'; then
         [[ -z $isOwnDisplay ]] || fail "$2 does not show the screen ($likeness dB)"
         say "$2 differs from the screen ($likeness dB): does something else move there?"
