@@ -11,9 +11,9 @@
 namespace orvel {
 
 // The three-message key agreement before anything else crosses a LAN connection. The phone
-// commits to its keys before it sees the agent's, so neither side can choose its keys to steer the
-// six-digit code. Messages are the payloads of `handshake` frames; Docs/Protocol.md has their
-// bytes.
+// commits to its keys before it sees the agent's, so within one exchange neither side can choose
+// its keys to steer the six-digit code; how many exchanges a stranger may begin is for the owner
+// to limit. Messages are the payloads of `handshake` frames; Docs/Protocol.md has their bytes.
 //
 // One object per connection, used from that connection's queue only. Every failure is a Failure
 // and final: the object refuses all that follows, and its owner ends the connection. A message
