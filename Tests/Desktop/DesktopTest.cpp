@@ -85,6 +85,12 @@ protected:
         : server({.width = width, .height = height}),
           desk(std::make_unique<XDesk>(server.display())) {}
 
+    // An end without complaints, a sanitizer's among them.
+    void TearDown() override {
+        agent->signal(SIGTERM);
+        EXPECT_EQ(agent->wait(), 0) << agent->errors();
+    }
+
     void startAgent() {
         agent = std::make_unique<AgentProcess>(folder / "state", server.display());
         port = agent->waitListening();

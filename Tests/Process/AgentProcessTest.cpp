@@ -169,6 +169,8 @@ TEST(AgentProcess, strangersOnRealSocketsNeitherStopItNorFillIt) {
     PhoneConnection last(Identity{PrivateKey::generate()});
     ASSERT_TRUE(last.connect("127.0.0.1", port));
     EXPECT_TRUE(last.secure());
+    agent.signal(SIGTERM);
+    EXPECT_EQ(agent.wait(), 0) << agent.errors();
 }
 
 }  // namespace
