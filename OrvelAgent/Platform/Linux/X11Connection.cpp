@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "OrvelAgent/Platform/Linux/XConnect.h"
+
 namespace orvel {
 
 namespace {
@@ -25,7 +27,7 @@ X11Refusal::X11Refusal(const char* request, std::uint8_t errorCode)
 
 X11Connection::X11Connection(const std::string& display) {
     int screenNumber = 0;
-    connection.reset(xcb_connect(display.empty() ? nullptr : display.c_str(), &screenNumber));
+    connection.reset(connectToXServer(display.empty() ? nullptr : display.c_str(), &screenNumber));
     if (const int error = xcb_connection_has_error(get())) {
         throw X11Failure(explainConnectError(error));
     }

@@ -6,6 +6,8 @@
 
 #include <cstdlib>
 
+#include "OrvelAgent/Platform/Linux/XConnect.h"
+
 namespace orvel {
 
 namespace {
@@ -24,7 +26,7 @@ bool hasExtension(xcb_connection_t* connection, xcb_extension_t* extension) {
 }  // namespace
 
 std::unique_ptr<XDisplay> XDisplay::open() {
-    std::unique_ptr<XDisplay> display(new XDisplay(xcb_connect(nullptr, nullptr)));
+    std::unique_ptr<XDisplay> display(new XDisplay(connectToXServer(nullptr, nullptr)));
     if (xcb_connection_has_error(display->connection)) return nullptr;
     return display;
 }
