@@ -76,10 +76,12 @@ SecureHandshake::Result derive(Role role, const Identity& identity, const Privat
 
     Bytes codeInput(salt.begin(), salt.end());
     append(codeInput, bytesOf("orvel-pairing-code"));
-    return {std::make_unique<SecureSession>(initiating ? phoneToAgent : agentToPhone,
-                                            initiating ? agentToPhone : phoneToAgent),
-            Bytes(peer.staticKey.begin(), peer.staticKey.end()),
-            SecureHandshake::pairingCode(sha256(codeInput))};
+    SecureHandshake::Result result;
+    result.session = std::make_unique<SecureSession>(initiating ? phoneToAgent : agentToPhone,
+                                                     initiating ? agentToPhone : phoneToAgent);
+    result.peerKey.assign(peer.staticKey.begin(), peer.staticKey.end());
+    result.code = SecureHandshake::pairingCode(sha256(codeInput));
+    return result;
 }
 
 }  // namespace
