@@ -26,19 +26,15 @@ std::string systemBusAddress() {
     return address && *address ? address : "unix:path=/run/dbus/system_bus_socket";
 }
 
-GObjectPtr<GDBusConnection> connectToBus(const std::string& address, GCancellable* cancellable) {
-    constexpr auto flags =
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    return GObjectPtr<GDBusConnection>(g_dbus_connection_new_for_address_sync(
-        address.c_str(), flags, nullptr, cancellable, nullptr));
-}
-
 bool Bus::open(const std::string& address, Duration limit) {
     if (isOpen()) return true;
     answerLimit = limit;
     const Deadline deadline(limit);
-    connection = connectToBus(address, deadline.cancellable());
+    constexpr auto flags =
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    connection.reset(g_dbus_connection_new_for_address_sync(address.c_str(), flags, nullptr,
+                                                            deadline.cancellable(), nullptr));
     return isOpen();
 }
 

@@ -8,15 +8,12 @@
 
 namespace orvel {
 
-// The message buses of D-Bus, without the surprises of the library's shared connections: those
-// start a bus where there is none, and end the process when theirs goes away.
+// The message buses of D-Bus, without the surprises of the library's own way to them: that starts
+// a bus where there is none, and ends the process when the bus goes away.
 
 // nullopt: this process belongs to no session that has a bus.
 std::optional<std::string> sessionBusAddress();
 std::string systemBusAddress();
-
-// A connection that nobody shares; null when nobody answers.
-GObjectPtr<GDBusConnection> connectToBus(const std::string& address, GCancellable* cancellable);
 
 // A method of an object, and who has it.
 struct BusMethod {
@@ -26,8 +23,8 @@ struct BusMethod {
     const char* name;
 };
 
-// A connection of our own. Not thread-safe. Every call waits at most as long as the limit given to
-// open().
+// A connection that nobody shares. Not thread-safe. Every call waits at most as long as the limit
+// given to open().
 class Bus {
 public:
     // Connects again when the connection was lost. False when nobody answers.

@@ -255,6 +255,15 @@ std::optional<std::string> FileDefaults::document() {
 }
 
 bool FileDefaults::setJson(const std::string& key, std::string_view value) {
+    try {
+        const JsonDocument alone(value);
+        // One level below the root it must still be what a reader accepts.
+        const JsonDocument inside('[' + std::string(value) + ']');
+    } catch (const JsonError& error) {
+        const std::lock_guard hold(mutex);
+        logOnce(lastWriteProblem, std::string("a user default cannot be written: ") + error.what());
+        return false;
+    }
     return change(key, compactJson(value));
 }
 

@@ -50,8 +50,8 @@ public:
     bool set(const std::string& key, const std::map<std::string, WallTime>& value) override;
     bool remove(const std::string& key) override;
 
-    // The same values in the form in which they are stored, compact. `setJson` takes only what
-    // JsonDocument accepts.
+    // The same values in the form in which they are stored, compact. `setJson` refuses what is no
+    // JSON or is nested too deeply.
     std::optional<std::string> json(const std::string& key);
     bool setJson(const std::string& key, std::string_view value);
     // The whole object; nullopt when the file cannot be read.

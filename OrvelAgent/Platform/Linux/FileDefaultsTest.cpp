@@ -147,6 +147,17 @@ TEST_F(FileDefaultsTest, whatNobodyHereKnowsStaysDigitForDigit) {
     EXPECT_EQ(compactJson(file()), R"({"theirs":{"x":[1.10,12345678901234567890]}})");
 }
 
+TEST_F(FileDefaultsTest, whatCouldNotBeReadAgainIsNotWritten) {
+    const auto nested = [](std::size_t depth) {
+        return std::string(depth, '[') + std::string(depth, ']');
+    };
+    EXPECT_TRUE(defaults.setJson("deep", nested(JsonDocument::maxDepth - 1)));
+    EXPECT_FALSE(defaults.setJson("deeper", nested(JsonDocument::maxDepth)));
+    EXPECT_FALSE(defaults.setJson("half", "[1"));
+    EXPECT_FALSE(defaults.setJson("two", "1,2"));
+    EXPECT_EQ(FileDefaults(path).json("deep"), nested(JsonDocument::maxDepth - 1));
+}
+
 TEST_F(FileDefaultsTest, writingWhatIsThereAlreadyLeavesTheFileAlone) {
     defaults.set("a", "x");
     const auto before = std::filesystem::last_write_time(path);
@@ -178,7 +189,7 @@ TEST_F(FileDefaultsTest, aFileEditedInPlaceIsSeen) {
     }
 }
 
-TEST_F(FileDefaultsTest, anOldFileIsReadOnce) {
+TEST_F(FileDefaultsTest, aFileOldEnoughToBeCachedIsSeenToChange) {
     defaults.set("key", "old");
     // Older than the coarsest time stamp: now the cache counts until the stamp changes.
     ASSERT_TRUE(eventually([&] {

@@ -48,8 +48,8 @@ SecretValuePtr encoded(ByteView data) {
     return value;
 }
 
-// One request: its time, its own connection to the service. The service is not kept: one that was
-// started anew knows nothing of the old one's sessions.
+// One request: its time, and the service as it is now. That is not kept: one that was started anew
+// knows nothing of the old one's sessions.
 class Request {
 public:
     explicit Request(Duration limit) : deadline(limit) {
