@@ -133,8 +133,11 @@ void ScreenStreamer::stop(CaptureID capture, std::function<void()> completion) {
 }
 
 void ScreenStreamer::requestKeyframe() {
+    // Requests come from outside, perhaps faster than pictures can be encoded.
+    if (keyframeRequested.exchange(true)) return;
     queue.post(onQueue([](ScreenStreamer& self) {
         self.queue.assertCurrent();
+        self.keyframeRequested = false;
         self.encoder->requestKeyframe();
         if (self.lastFrame && self.encodes) {
             self.encoder->encode(self.lastFrame->image, self.lastFrame->time);

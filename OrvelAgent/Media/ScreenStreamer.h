@@ -90,8 +90,8 @@ public:
     // queue; after it no frame of that capture comes.
     void stop(CaptureID capture, std::function<void()> completion = {});
 
-    // The next frame is a keyframe. On a still screen the last picture is encoded again, with its
-    // old time.
+    // The next frame is a keyframe: the last picture, if there is one, is encoded again with its
+    // old time. Requests that come before the queue has seen the first one are one.
     void requestKeyframe();
 
     // Whether pictures are encoded; true at first. The internet session switches it off.
@@ -133,6 +133,7 @@ private:
 
     SerialQueue& queue;
     std::atomic<CaptureID> lastGiven{0};
+    std::atomic<bool> keyframeRequested{false};  // and not yet seen by the queue
     std::unique_ptr<ScreenSource> source OWNED_BY(queue);
     std::shared_ptr<VideoEncoder> encoder OWNED_BY(queue);
 

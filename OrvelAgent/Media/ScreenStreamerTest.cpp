@@ -3,6 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <future>
+#include <mutex>
+#include <thread>
+
 #include "OrvelAgent/Platform/Fake/FakeCompressionSession.h"
 #include "OrvelAgent/Platform/Fake/FakeScreenSource.h"
 #include "OrvelKit/Wire/Media.h"
@@ -288,6 +293,17 @@ TEST_F(ScreenStreamerTest, aKeyframeRequestEncodesTheLastPictureAgainWithItsOwnT
     EXPECT_EQ(compression->encoded.back().image->sequence, 2u);
 }
 
+TEST_F(ScreenStreamerTest, aFloodOfKeyframeRequestsIsOneForEachTurnOfTheQueue) {
+    started();
+    show();
+    for (int turn = 0; turn < 2; ++turn) {
+        for (int i = 0; i < 1000; ++i)
+            streamer->requestKeyframe();
+        time.runPending();
+    }
+    EXPECT_EQ(stream, "FKFKFK");
+}
+
 TEST_F(ScreenStreamerTest, aRestartEndsTheOldCaptureFirstAndBeginsWithAKeyframe) {
     screen->displays = {one, two};
     started(1);
@@ -441,6 +457,60 @@ TEST_F(ScreenStreamerTest, itsEndIsTheEndOfItsCaptureAndOfAllCalls) {
     EXPECT_FALSE(screen->running);
     EXPECT_EQ(compression->alive, 0);
     EXPECT_THAT(log, ElementsAre("capture started"));
+}
+
+// In real time, for the thread sanitizer: links come and go on two threads while a third asks for
+// keyframes.
+TEST(ScreenStreamerThreads, callsFromSeveralThreadsEndWithTheNewestCapture) {
+    SerialQueue queue("orvel.capture");
+    const auto screen = std::make_shared<FakeScreen>(queue);
+    const auto compression = std::make_shared<FakeCompression>();
+    auto streamer = std::make_shared<ScreenStreamer>(
+        queue, std::make_unique<FakeScreenSource>(queue, screen), compression->factory());
+    std::atomic<int> answers{0}, frames{0};
+    streamer->onFrame = [&](const FrameBuffer&, bool) { ++frames; };
+
+    constexpr int rounds = 100;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < rounds; ++round) {
+                const auto capture = streamer->start({}, 640, [&](const auto&) { ++answers; });
+                screen->show(100);
+                streamer->stop(capture, [&] { ++answers; });
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        for (int round = 0; round < rounds; ++round)
+            streamer->requestKeyframe();
+    });
+    for (auto& thread : threads)
+        thread.join();
+
+    std::promise<bool> last;
+    streamer->start({}, 640, [&](const auto& result) {
+        last.set_value(std::holds_alternative<Display>(result));
+    });
+    auto result = last.get_future();
+    ASSERT_EQ(result.wait_for(10s), std::future_status::ready);
+    EXPECT_TRUE(result.get());
+    EXPECT_EQ(answers, 2 * 2 * rounds);
+
+    std::promise<int> seen;
+    std::once_flag once;
+    streamer->setSink(
+        [&](const auto& image) { std::call_once(once, [&] { seen.set_value(image->width); }); });
+    screen->show(200);
+    auto width = seen.get_future();
+    ASSERT_EQ(width.wait_for(10s), std::future_status::ready);
+    EXPECT_EQ(width.get(), 640);
+    EXPECT_GT(frames, 0);
+    streamer->setSink(nullptr);
+    std::promise<void> quiet;
+    queue.post([&] { quiet.set_value(); });
+    ASSERT_EQ(quiet.get_future().wait_for(10s), std::future_status::ready);
+    EXPECT_EQ(screen->misuses, 0);
 }
 
 }  // namespace

@@ -94,7 +94,7 @@ struct SyntheticScreen::Film {
                8;
     }
 
-    void draw(FakePixelBuffer& canvas, std::uint64_t picture) {
+    void draw(FakePixelBuffer& onto, std::uint64_t picture) {
         const auto shot = static_cast<int>(picture / framesBetweenCuts);
         const double t = static_cast<double>(picture % framesBetweenCuts) / 60;
         const int panX = static_cast<int>(16 * (shot * 331 + 90 * t + 30 * std::sin(2 * t)));
@@ -106,7 +106,7 @@ struct SyntheticScreen::Film {
         const int discX = area.x + static_cast<int>(area.width * (0.5 + 0.4 * std::sin(1.3 * t)));
         const int discY = area.y + static_cast<int>(area.height * (0.5 + 0.2 * std::cos(1.9 * t)));
         for (int y = area.y; y < area.y + area.height; ++y) {
-            auto* row = &canvas.lumaPixels[y * canvas.lumaStride];
+            auto* row = &onto.lumaPixels[y * onto.lumaStride];
             const auto* specks = &grain[random() % (grain.size() - area.width)];
             const int ripple = static_cast<int>(40 * std::sin(y * 0.05 + 6 * t));
             for (int x = area.x; x < area.x + area.width; ++x) {
@@ -119,7 +119,7 @@ struct SyntheticScreen::Film {
             }
         }
         for (int y = area.y / 2; y < (area.y + area.height) / 2; ++y) {
-            auto* row = &canvas.chromaPixels[y * canvas.chromaStride];
+            auto* row = &onto.chromaPixels[y * onto.chromaStride];
             for (int x = area.x / 2; x < (area.x + area.width) / 2; ++x) {
                 const int tint = sample(x * 8 + panX / 4, y * 8 + panY / 4);
                 row[2 * x] = static_cast<std::uint8_t>(96 + tint / 4);

@@ -70,8 +70,9 @@ void RateControl::advance(MonotonicTime time) {
         sinceLast = restSeconds;
         return;
     }
-    sinceLast = std::max(0.0, std::chrono::duration<double>(time - *now).count());
-    now = std::max(*now, time);
+    const bool advances = time > *now;
+    sinceLast = advances ? std::chrono::duration<double>(time - *now).count() : interval;
+    if (advances) now = time;
     level = std::max(0.0, level - bitrate * sinceLast);
     if (sinceLast < restSeconds) {
         interval += (1 - std::exp(-sinceLast / intervalSeconds)) * (sinceLast - interval);

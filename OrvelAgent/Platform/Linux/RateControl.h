@@ -40,7 +40,8 @@ public:
     // No picture is coded more coarsely. What then takes too many bits is left out.
     void setCoarsestQp(int qp);
 
-    // A picture of this time comes. Times that step back count as the latest so far.
+    // A picture of this time comes. One whose time does not lie behind all others, an old picture
+    // once more or one of unknown time, counts as coming at the usual interval.
     void advance(MonotonicTime time);
     // So much waits that this picture is better left out.
     bool mustSkip(const Load& load) const;
