@@ -2,36 +2,11 @@
 // after it, and sealed plaintexts of any content. The session must end or bear it.
 
 #include "Fuzz/Fuzz.h"
+#include "Fuzz/Pieces.h"
 #include "OrvelAgent/Core/ClientSession.h"
 #include "OrvelAgent/Platform/Fake/FakeNetwork.h"
 
 using namespace orvel;
-
-namespace {
-
-// Takes the input apart: a length byte, then as many bytes.
-class Pieces {
-public:
-    explicit Pieces(ByteView input) : rest(input) {}
-    bool isEmpty() const { return rest.empty(); }
-    std::uint8_t byte() {
-        if (rest.empty()) return 0;
-        const auto value = rest[0];
-        rest = rest.subspan(1);
-        return value;
-    }
-    ByteView piece() {
-        const std::size_t length = std::min<std::size_t>(byte(), rest.size());
-        const auto taken = rest.first(length);
-        rest = rest.subspan(length);
-        return taken;
-    }
-
-private:
-    ByteView rest;
-};
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const Identity agent{PrivateKey::generate()}, phone{PrivateKey::generate()};

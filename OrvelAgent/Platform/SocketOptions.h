@@ -8,9 +8,9 @@ namespace orvel {
 // Before it is bound: accepts over every kind of link, peer-to-peer ones too.
 void prepareListeningSocket(int descriptor);
 
-// A phone's connection: no Nagle delay; a silent peer is probed after 30 s, three times at 10 s, and
-// unacknowledged data is waited for as long as that takes together; no more than 128 KiB unsent in
-// the kernel, so that frames wait where they can still be replaced.
+// A phone's connection: no Nagle delay; a silent peer is probed after 30 s, three times at 10 s,
+// and unacknowledged data is waited for as long as that takes together; no more than 128 KiB unsent
+// in the kernel, so that frames wait where they can still be replaced.
 void prepareConnectedSocket(int descriptor);
 
 }  // namespace orvel

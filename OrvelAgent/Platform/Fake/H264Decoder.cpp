@@ -35,8 +35,8 @@ H264Decoder::~H264Decoder() {
     avcodec_free_context(&av->context);
 }
 
-std::optional<H264Decoder::Picture> H264Decoder::decode(
-    const std::vector<ByteView>& parameterSets, ByteView data) {
+std::optional<H264Decoder::Picture> H264Decoder::decode(const std::vector<ByteView>& parameterSets,
+                                                        ByteView data) {
     // Start codes instead of length prefixes.
     static constexpr std::uint8_t startCode[] = {0, 0, 0, 1};
     Bytes stream;
@@ -95,8 +95,7 @@ double psnr(double squaredError, double samples) {
 
 }  // namespace
 
-double lumaPsnr(const PixelBuffer& source, const H264Decoder::Picture& decoded,
-                const Rect& area) {
+double lumaPsnr(const PixelBuffer& source, const H264Decoder::Picture& decoded, const Rect& area) {
     std::int64_t sum = 0;
     for (int y = area.y; y < area.y + area.height; ++y) {
         const auto* left = source.luma + static_cast<std::ptrdiff_t>(y) * source.lumaStride;

@@ -40,8 +40,7 @@ private:
 };
 
 // Peak signal-to-noise ratio of the luma inside `area` in dB, at most 99.
-double lumaPsnr(const PixelBuffer& source, const H264Decoder::Picture& decoded,
-                const Rect& area);
+double lumaPsnr(const PixelBuffer& source, const H264Decoder::Picture& decoded, const Rect& area);
 double lumaPsnr(const PixelBuffer& source, const H264Decoder::Picture& decoded);
 double chromaPsnr(const PixelBuffer& source, const H264Decoder::Picture& decoded);
 

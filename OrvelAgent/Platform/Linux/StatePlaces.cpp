@@ -11,7 +11,7 @@ namespace orvel {
 
 namespace {
 
-// The specification asks to ignore relative paths.
+// The XDG base directory standard asks to ignore relative paths.
 std::optional<std::string> absoluteFolder(const char* variable) {
     const char* value = std::getenv(variable);
     if (!value || value[0] != '/') return std::nullopt;

@@ -9,7 +9,7 @@
 namespace orvel {
 
 // Where each piece of state lies, by absolute path: in the folders of the XDG base directory
-// specification, or all of it below the one folder of the location.
+// standard, or all of it below the one folder of the location.
 struct StatePlaces {
     std::string defaultsFile;
     std::string secretsFolder;
