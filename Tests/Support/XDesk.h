@@ -41,8 +41,8 @@ public:
     // the others: 0x80800000 is half red. The hot spot is its top left.
     void shapePointer(int width, int height, std::uint32_t argb);
 
-    // Divides the screen: a monitor of that name shows `area`. The first call replaces the monitor
-    // that is there by nature.
+    // Divides the screen: a new monitor of that name shows `area`. The first call replaces the
+    // monitor that is there by nature.
     void setMonitor(const std::string& name, const Rect& area, bool isPrimary = false);
     void removeMonitor(const std::string& name);
     // Another mode, not larger than at the server's start; the root window takes its size.

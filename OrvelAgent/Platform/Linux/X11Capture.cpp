@@ -32,9 +32,12 @@ struct X11Capture::Screen {
     Screen(boost::asio::io_context& io, const std::string& display,
            const ScreenSource::Configuration& wanted)
         : x11(display),
-          socket(io, xcb_get_file_descriptor(x11.get())),
+          socket(io),
           pool(wanted.width, wanted.height, wanted.queueDepth),
           changed(wanted.width, wanted.height) {
+        boost::system::error_code error;
+        socket.assign(xcb_get_file_descriptor(x11.get()), error);
+        if (error) throw X11Failure("the X server's socket cannot be waited for");
         // From here on no change goes unnoticed.
         if (const auto* randr = x11.extension(xcb_randr_id)) {
             layoutEvent = randr->first_event;
@@ -45,7 +48,9 @@ struct X11Capture::Screen {
         }
     }
     // The descriptor is the connection's.
-    ~Screen() { socket.release(); }
+    ~Screen() {
+        if (socket.is_open()) socket.release();
+    }
 
     // Where the display is now; nullopt when it is not there.
     std::optional<Rect> find(std::uint32_t displayID) const {
@@ -143,9 +148,12 @@ void X11Capture::lookNow() {
         return lookAtNextEvent();
     }
     if (!screen->isDamaged && !(screen->pointer && screen->pointer->isTouched())) {
-        if (std::exchange(isMoving, false) &&
-            !deliver({ScreenSource::SampleStatus::idle, nullptr, std::nullopt}))
+        if (isMoving && queue.now() < restDue) {
+            lookAt(restDue);
+        } else if (std::exchange(isMoving, false) &&
+                   !deliver({ScreenSource::SampleStatus::idle, nullptr, std::nullopt})) {
             return;
+        }
         return lookAtNextEvent();
     }
     const auto now = queue.now();
@@ -252,10 +260,12 @@ bool X11Capture::takePicture() {
             screen->pool.picture(screen->scaler->picture(), screen->changed, ++lastSequence);
     }
 
-    // A timer that is a little late does not slow the pictures down; a consumer that is too slow
-    // for them makes none pile up.
-    const bool isInStep = *sample.time - pictureDue < interval / 4;
-    pictureDue = (isInStep ? pictureDue : *sample.time) + interval;
+    // What comes at our own rate is taken when it comes, whatever its phase: no two pictures are
+    // nearer than half an interval, and up to two that were missed may be made up for. A consumer
+    // that is too slow for the pictures makes none pile up.
+    paceDue = std::max(paceDue, *sample.time - 2 * interval) + interval;
+    pictureDue = std::max(*sample.time + interval / 2, paceDue - interval / 2);
+    restDue = *sample.time + 2 * interval;
     isMoving = true;
     if (deliver(sample)) lookAt(pictureDue);
     return true;

@@ -11,8 +11,9 @@
 namespace orvel {
 
 // One running capture of one monitor, with a connection of its own. It sleeps until the server
-// says that something changed, takes the picture at once, then not again before a frame's time is
-// over; what its consumer takes of that time counts. A still screen costs nothing.
+// says that something changed and takes the picture at once, as long as they do not become more
+// than wanted; what its consumer takes of the time between two counts. A still screen costs
+// nothing.
 //
 // The picture keeps its size when the monitor changes its own or is moved. A monitor that goes for
 // longer than a change of mode takes ends the capture.
@@ -59,7 +60,9 @@ private:
     Timer nextLook OWNED_BY(queue);
     bool isWaiting OWNED_BY(queue) = false;    // for an event
     bool isMoving OWNED_BY(queue) = false;     // a picture was delivered and no idle sample since
-    MonotonicTime pictureDue OWNED_BY(queue);  // the next one is not before
+    MonotonicTime paceDue OWNED_BY(queue);     // of the next one at the wanted rate
+    MonotonicTime pictureDue OWNED_BY(queue);  // it is not before
+    MonotonicTime restDue OWNED_BY(queue);     // without another one by then the screen is still
 };
 
 }  // namespace orvel

@@ -126,6 +126,27 @@ TEST(X11Framebuffer, tellsOfDamageOnceAndOfNothingOutsideOfItsArea) {
     EXPECT_EQ(framebuffer.update(), (std::vector<Rect>{{0, 0, 5, 5}}));
 }
 
+TEST(X11Framebuffer, aScreenThatShrankIsRefusedOrLeavesTheOldPixels) {
+    const XServer server;
+    XDesk desk(server.display());
+    const X11Connection x11(server.display());
+    for (const auto transfer : {Transfer::sharedPixmap, Transfer::sharedImage, Transfer::socket}) {
+        X11Framebuffer framebuffer(x11, {0, 0, 640, 480}, transfer);
+        framebuffer.update();
+        desk.resize(320, 240);
+        desk.fill({0, 0, 320, 240}, 0x123456);
+        if (transfer == Transfer::sharedPixmap) {
+            framebuffer.update();
+            EXPECT_EQ(*framebuffer.row(319, 239) & colourBits, 0x123456u);
+        } else {
+            X11Framebuffer whole(x11, {0, 0, 640, 480}, transfer);
+            EXPECT_THROW(whole.update(), X11Refusal);
+        }
+        desk.resize(640, 480);
+    }
+    EXPECT_TRUE(x11.isAlive());
+}
+
 TEST(X11Framebuffer, saysWhichExtensionIsMissing) {
     const struct {
         const char* extension;

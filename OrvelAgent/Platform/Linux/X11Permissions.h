@@ -12,7 +12,7 @@ class X11Connection;
 
 // What the X server really grants: pixels of its root window to whoever may follow the picture,
 // input to whoever may speak XTEST. Asked once for each connection, which is kept; while no server
-// answers, nothing is granted, and each question looks for one.
+// answers, nothing is granted, and each question looks for one, which is quick on the same machine.
 class X11Permissions : public Permissions {
 public:
     // `display` as in $DISPLAY; empty stands for what that says.
