@@ -40,6 +40,10 @@ bool ClientSession::hasEnded() const {
     queue.assertCurrent();
     return ended;
 }
+bool ClientSession::hasAnswered() const {
+    queue.assertCurrent();
+    return answered;
+}
 bool ClientSession::isAuthenticated() const {
     queue.assertCurrent();
     return authenticated;
@@ -110,14 +114,17 @@ void ClientSession::handle(Frame frame) {
 void ClientSession::handleHandshake(ByteView message) {
     switch (++handshakeStep) {
         case 1:
-            plainReply = Framing::encode(FrameKind::handshake, responder.receive(message));
-            connection->send(plainReply, [weak = weak_from_this()](bool sent) {
+            if (!onCommitted) return answerCommit(message);
+            // Until the answer, a second message finds no commitment and ends the session.
+            onCommitted([weak = weak_from_this(), commit = Bytes(message.begin(), message.end())] {
                 auto self = weak.lock();
                 if (!self) return;
                 self->queue.assertCurrent();
-                self->plainReply.clear();
-                if (!sent) return self->end(false);
-                self->sendNext();
+                try {
+                    if (!self->ended) self->answerCommit(commit);
+                } catch (const SecureHandshake::Failure&) {
+                    self->end(false);
+                }
             });
             return;
         case 2: {
@@ -137,6 +144,19 @@ void ClientSession::handleHandshake(ByteView message) {
         default:
             throw ProtocolViolation();
     }
+}
+
+void ClientSession::answerCommit(ByteView commit) {
+    plainReply = Framing::encode(FrameKind::handshake, responder.receive(commit));
+    answered = true;
+    connection->send(plainReply, [weak = weak_from_this()](bool sent) {
+        auto self = weak.lock();
+        if (!self) return;
+        self->queue.assertCurrent();
+        self->plainReply.clear();
+        if (!sent) return self->end(false);
+        self->sendNext();
+    });
 }
 
 void ClientSession::handleSealed(Bytes box) {

@@ -34,6 +34,9 @@ public:
 
     // Installed before start(). The owner keeps the session alive until onEnd was called, which
     // happens once; no other callback comes after it.
+    // Optional: asked when the phone has committed to its keys; the agent's keys leave when the
+    // function that it is given is called, which may be never.
+    std::function<void(UniqueFunction<void()> answer)> onCommitted;
     std::function<void()> onSecured;  // peerKey() and pairingCode() are known
     std::function<void(Control)> onControl;
     std::function<void()> onEnd;
@@ -44,6 +47,8 @@ public:
     const std::optional<std::string>& pairingCode() const;
     std::string remoteAddress() const { return connection->remoteAddress(); }
     bool hasEnded() const;
+    // The agent's keys have left, so that the pairing code is known to the peer.
+    bool hasAnswered() const;
 
     // A fresh welcome begins a new video stream: see OutboundQueue::restartVideo().
     void restartVideo();
@@ -68,6 +73,7 @@ private:
     void received(std::optional<ByteView> chunk) RUNS_ON(queue);
     void handle(Frame frame) RUNS_ON(queue);
     void handleHandshake(ByteView message) RUNS_ON(queue);
+    void answerCommit(ByteView commit) RUNS_ON(queue);
     void handleSealed(Bytes box) RUNS_ON(queue);
     void send(FrameBuffer frame, bool isKeyframe, UniqueFunction<void()> completion) RUNS_ON(queue);
     void sendNext() RUNS_ON(queue);
@@ -80,6 +86,7 @@ private:
     FrameParser parser OWNED_BY(queue);                     // the bytes of the connection
     FrameParser inner OWNED_BY(queue);                      // the plaintext of the sealed frames
     int handshakeStep OWNED_BY(queue) = 0;                  // handshake frames received
+    bool answered OWNED_BY(queue) = false;
     std::optional<Bytes> phoneKey OWNED_BY(queue);
     std::optional<std::string> code OWNED_BY(queue);
     bool authenticated OWNED_BY(queue) = false;

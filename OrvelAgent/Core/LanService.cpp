@@ -7,7 +7,8 @@ LanService::LanService(SerialQueue& serviceQueue, std::unique_ptr<Listener> serv
     : queue(serviceQueue),
       listener(std::move(serviceListener)),
       advertiser(std::move(serviceAdvertiser)),
-      identity(std::move(agentIdentity)) {}
+      identity(std::move(agentIdentity)),
+      pacer(queue) {}
 
 LanService::~LanService() = default;
 
@@ -43,6 +44,12 @@ void LanService::stop() {
 void LanService::accept(std::unique_ptr<Connection> connection) {
     const std::string address = connection->remoteAddress();
     auto session = std::make_shared<ClientSession>(queue, std::move(connection), identity);
+    session->onCommitted = [this, weak = std::weak_ptr<int>(alive),
+                            address](UniqueFunction<void()> answer) {
+        if (weak.expired()) return;
+        queue.assertCurrent();
+        pacer.request(address, std::move(answer));
+    };
     const auto id = ++lastID;
     const auto displaced = limits.connected(id, address);
     strangers[id] = session;
@@ -68,6 +75,7 @@ void LanService::ended(const ClientSession& session) {
     queue.assertCurrent();
     const auto found = ids.find(&session);
     if (found == ids.end()) return;
+    if (session.hasAnswered() && !session.isAuthenticated()) pacer.failed();
     limits.forget(found->second);
     strangers.erase(found->second);
     ids.erase(found);

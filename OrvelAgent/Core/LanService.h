@@ -7,6 +7,7 @@
 
 #include "OrvelAgent/Core/ClientSession.h"
 #include "OrvelAgent/Core/Connection.h"
+#include "OrvelAgent/Core/HandshakePacer.h"
 #include "OrvelAgent/Core/StrangerLimits.h"
 #include "OrvelAgent/Platform/ServiceAdvertiser.h"
 #include "OrvelKit/Secure/Identity.h"
@@ -14,7 +15,8 @@
 namespace orvel {
 
 // The agent's place on the local network: listens, advertises, and turns accepted connections into
-// sessions, as many strangers among them as StrangerLimits allows. Belongs to "orvel.agent".
+// sessions, as many strangers among them as StrangerLimits allows and no faster than HandshakePacer
+// lets them try. Belongs to "orvel.agent".
 class LanService {
 public:
     struct Options {
@@ -52,6 +54,7 @@ private:
     const Identity identity;
     Handlers handlers OWNED_BY(queue);
     StrangerLimits limits OWNED_BY(queue);
+    HandshakePacer pacer OWNED_BY(queue);
     StrangerLimits::ID lastID OWNED_BY(queue) = 0;
     std::map<StrangerLimits::ID, std::weak_ptr<ClientSession>> strangers OWNED_BY(queue);
     std::map<const ClientSession*, StrangerLimits::ID> ids OWNED_BY(queue);

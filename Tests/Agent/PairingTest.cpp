@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "Tests/Agent/FakeAgent.h"
 
 using namespace std::chrono_literals;
@@ -190,6 +192,45 @@ TEST(Pairing, strangersCannotKeepAKnownPhoneOut) {
     for (auto& stranger : strangers)
         living += !stranger.isOver();
     EXPECT_EQ(living, 32 + 50);
+}
+
+TEST(Pairing, whoTriesManyHandshakesForASuitableCodeIsSlowedDownAndAloneWaits) {
+    FakeAgent agent;
+    agent.start();
+    const auto answeredTry = [&](const std::string& from) {
+        TestPhone phone = agent.phone({PrivateKey::generate()}, from);
+        phone.sendRaw(phone.commitFrame());
+        const bool answered = !phone.wire->fromAgent.empty();
+        phone.close();  // the code did not suit
+        return answered;
+    };
+    for (int i = 0; i < 20; ++i)
+        EXPECT_TRUE(answeredTry("198.51.100.1")) << i;
+    EXPECT_TRUE(answeredTry("198.51.100.1"));  // begins the first step
+    EXPECT_FALSE(answeredTry("198.51.100.1"));
+
+    // Ten keep trying; a known phone from elsewhere has its turn after one of them.
+    std::vector<TestPhone> tries;
+    for (int i = 0; i < 10; ++i) {
+        tries.push_back(agent.phone({PrivateKey::generate()}, "198.51.100.1"));
+        tries.back().sendRaw(tries.back().commitFrame());
+    }
+    TestPhone known = agent.phone(agent.pairedIdentity(), "203.0.113.9");
+    known.sendRaw(known.commitFrame());
+    agent.time.advance(3 * HandshakePacer::step);
+    EXPECT_FALSE(known.wire->fromAgent.empty());
+    const auto answered = [&] {
+        return std::count_if(tries.begin(), tries.end(),
+                             [](auto& each) { return !each.wire->fromAgent.empty(); });
+    };
+    EXPECT_LE(answered(), 2);
+    agent.time.advance(10 * HandshakePacer::step);
+    EXPECT_EQ(answered(), 10);
+
+    tries.clear();
+    agent.time.advance(3min);
+    EXPECT_TRUE(answeredTry("198.51.100.1"));
+    EXPECT_TRUE(answeredTry("198.51.100.1"));
 }
 
 TEST(Pairing, forgettingEndsThatPhonesLinksAndForgettingAllOnlyTheActiveOne) {
