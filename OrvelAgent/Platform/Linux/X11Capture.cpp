@@ -26,6 +26,9 @@ namespace {
 // A change of mode may switch the monitor off and on again.
 constexpr Duration goneForGood = 2s;
 
+// So often in a row, and it is no longer the monitor that was just changing.
+constexpr int tooManyRefusals = 3;
+
 }  // namespace
 
 struct X11Capture::Screen {
@@ -67,7 +70,6 @@ struct X11Capture::Screen {
         pointerPlace = {};
         scaler.emplace(area.width, area.height, wanted.width, wanted.height);
         isDamaged = true;
-        isRefused = false;
     }
 
     Rect inFramebuffer(Rect area) const {
@@ -88,7 +90,7 @@ struct X11Capture::Screen {
     std::uint8_t layoutEvent = 0;
     bool isDamaged = true;
     bool isLayoutOld = false;  // monitors may have changed
-    bool isRefused = false;    // and the last picture was refused, perhaps because of that
+    int refusals = 0;          // of the last pictures, perhaps because of that
     std::optional<MonotonicTime> goneSince;
 };
 
@@ -164,9 +166,9 @@ void X11Capture::lookNow() {
         // What happens on other monitors wakes us too, and must not do so all the time.
         if (!takePicture()) lookAt(now + interval / 2);
     } catch (const X11Refusal&) {
-        // The monitor may just have shrunk. Once only.
-        if (screen->isRefused) throw;
-        screen->isRefused = screen->isLayoutOld = true;
+        // The monitor may just have shrunk.
+        if (++screen->refusals == tooManyRefusals) throw;
+        screen->isLayoutOld = true;
         lookAt(now + interval);
     }
 }
@@ -232,7 +234,7 @@ void X11Capture::followLayout() {
         return;
     }
     screen->goneSince.reset();
-    if (*area != screen->framebuffer->area() || screen->isRefused)
+    if (*area != screen->framebuffer->area() || screen->refusals > 0)
         screen->show(*area, configuration);
 }
 
@@ -243,6 +245,7 @@ bool X11Capture::takePicture() {
     std::vector<Rect> changed;
     if (pointer) pointer->beginLook();
     if (std::exchange(screen->isDamaged, false)) changed = framebuffer.update();
+    screen->refusals = 0;
     if (pointer && pointer->finishLook()) {
         changed.push_back(screen->inFramebuffer(screen->pointerPlace));
         screen->pointerPlace = pointer->bounds();

@@ -163,7 +163,7 @@ std::vector<Rect> X11Framebuffer::update() {
     }
     const auto region = x11.reply<xcb_xfixes_fetch_region_reply>(
         xcb_xfixes_fetch_region(connection, damaged), "XFixesFetchRegion");
-    const std::vector<Rect> parts =
+    std::vector<Rect> parts =
         isFirst ? std::vector<Rect>{{0, 0, place.width, place.height}} : clipped(*region);
     if (!parts.empty()) {
         if (way == Transfer::sharedImage) transferBands(parts);
@@ -201,6 +201,7 @@ void X11Framebuffer::transferBands(const std::vector<Rect>& parts) {
         }
     }
     std::vector<xcb_shm_get_image_cookie_t> asked;
+    asked.reserve(bands.size());
     for (const auto& [top, bottom] : bands) {
         asked.push_back(xcb_shm_get_image(
             x11.get(), x11.root(), static_cast<std::int16_t>(place.x),
@@ -215,6 +216,7 @@ void X11Framebuffer::transferBands(const std::vector<Rect>& parts) {
 void X11Framebuffer::transferParts(const std::vector<Rect>& parts) {
     const auto wanted = parts.size() > maxParts ? std::vector<Rect>{boundingBox(parts)} : parts;
     std::vector<xcb_get_image_cookie_t> asked;
+    asked.reserve(wanted.size());
     for (const Rect& part : wanted) {
         asked.push_back(xcb_get_image(x11.get(), XCB_IMAGE_FORMAT_Z_PIXMAP, x11.root(),
                                       static_cast<std::int16_t>(place.x + part.x),
