@@ -122,8 +122,11 @@ class AgentForTests {
 public:
     using Script = std::function<void(AgentEnd&)>;
 
-    explicit AgentForTests(Script agentScript, Identity agentIdentity = {PrivateKey::generate()})
-        : identity(std::move(agentIdentity)), script(std::move(agentScript)) {
+    explicit AgentForTests(Script agentScript, Identity agentIdentity = {PrivateKey::generate()},
+                           std::uint16_t port = 0)
+        : identity(std::move(agentIdentity)),
+          script(std::move(agentScript)),
+          acceptor(context, {boost::asio::ip::address_v4::loopback(), port}) {
         accept();
         thread = std::thread([this] { context.run(); });
     }
@@ -160,7 +163,7 @@ private:
 
     const Script script;
     boost::asio::io_context context;
-    boost::asio::ip::tcp::acceptor acceptor{context, {boost::asio::ip::address_v4::loopback(), 0}};
+    boost::asio::ip::tcp::acceptor acceptor;
     std::thread thread;
 };
 

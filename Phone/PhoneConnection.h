@@ -16,6 +16,8 @@
 
 namespace orvel::phone {
 
+class PhoneTransport;
+
 // The phone's end of one connection to an agent: TCP, handshake, sealed frames. Every call blocks
 // at most for the time it is given and may come from any thread; what arrives is read on a thread
 // of its own and waits in a queue until next() or waitFor() takes it. While 64 MiB wait there
@@ -148,10 +150,9 @@ public:
     void abort();            // an end by reset; unsent bytes are dropped
 
 private:
-    class Link;
     const Identity ownIdentity;
     const std::unique_ptr<SerialQueue> queue;
-    const std::shared_ptr<Link> link;
+    const std::shared_ptr<PhoneTransport> transport;
 };
 
 template <class T>

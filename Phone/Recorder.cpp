@@ -7,6 +7,7 @@ extern "C" {
 #include <algorithm>
 #include <cstdlib>
 #include <optional>
+#include <utility>
 
 namespace orvel::phone {
 
@@ -34,11 +35,18 @@ struct Recorder::File {
     MonotonicTime heldSince;
     std::int64_t lastStamp = -1;
 
-    ~File() {
-        if (!context) return;
-        if (hasHeader) av_write_trailer(context);
-        avio_closep(&context->pb);
-        avformat_free_context(context);
+    File() = default;
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    ~File() { close(); }
+
+    // 0 or what libavformat says.
+    int close() {
+        if (!context) return 0;
+        const int trailer = hasHeader ? av_write_trailer(context) : 0;
+        const int closed = avio_closep(&context->pb);
+        avformat_free_context(std::exchange(context, nullptr));
+        return trailer < 0 ? trailer : closed;
     }
 };
 
@@ -72,8 +80,9 @@ bool Recorder::add(const VideoFrame& frame, MonotonicTime arrivedAt) {
 bool Recorder::finish(MonotonicTime now) {
     if (!file) return trouble.empty();
     const bool written = write(std::max(now, file->heldSince));
+    const int error = file->close();
     file.reset();
-    return written;
+    return written && (error >= 0 || fail(paths.back(), error));
 }
 
 bool Recorder::open(MonotonicTime start) {
@@ -81,6 +90,7 @@ bool Recorder::open(MonotonicTime start) {
     auto opened = std::make_unique<File>();
     int error = avformat_alloc_output_context2(&opened->context, nullptr, "mp4", name.c_str());
     if (error < 0) return fail(name, error);
+    opened->context->flags |= AVFMT_FLAG_FLUSH_PACKETS;  // a fragment that is done is on the disk
     AVStream* stream = avformat_new_stream(opened->context, nullptr);
     if (!stream) std::abort();
     const auto parameters = SequenceParameters::parse(format.parameterSets.front());

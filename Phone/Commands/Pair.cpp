@@ -71,8 +71,11 @@ bool isStillPaired(AgentSession& session) {
 void pair(CommandContext& context, const PairOptions& options) {
     AgentSession session = AgentSession::open(context, options.replace);
     if (isStillPaired(session)) return report(context, session, "Already paired with");
-    // A refusal has ended the connection; the next one gets digits of its own.
-    if (session.known()) session = AgentSession::open(context, options.replace);
+    if (session.known()) {
+        // It has refused this connection; the next one gets digits of its own.
+        session.phone().close();
+        session = AgentSession::open(context, options.replace);
+    }
     const std::string digits =
         options.code ? sixDigits(*options.code).value() : askForDigits(context, session);
     if (digits != session.phone().code()) {

@@ -1,0 +1,455 @@
+#include "Phone/PhoneTransport.h"
+
+#include <boost/asio/write.hpp>
+
+#include "OrvelKit/Base/QueueIo.h"
+
+namespace orvel::phone {
+
+namespace {
+
+namespace asio = boost::asio;
+using asio::ip::tcp;
+using boost::system::error_code;
+using Closed = PhoneConnection::Closed;
+using Event = PhoneConnection::Event;
+
+constexpr std::size_t maxWaitingBytes = 64 << 20;
+
+Event::Case decodeEvent(Frame frame) {
+    switch (frame.kind) {
+        case FrameKind::control:
+            return Framing::decodeControl(frame.payload);
+        case FrameKind::videoFormat:
+            return VideoFormat::decode(frame.payload);
+        case FrameKind::videoFrame:
+            return VideoFrame::decode(frame.payload);
+        case FrameKind::audio:
+            return AudioPacket::decode(frame.payload);
+        case FrameKind::file:
+            return FileFrame::decode(frame.payload);
+        case FrameKind::handshake:
+        case FrameKind::sealed:
+            break;
+    }
+    return frame;
+}
+
+Closed afterReadError(const error_code& error) {
+    if (error == asio::error::eof) return {Closed::Reason::closedByAgent, ""};
+    return {Closed::Reason::reset, error.message()};
+}
+
+}  // namespace
+
+PhoneTransport::PhoneTransport(SerialQueue& transportQueue)
+    : queue(transportQueue),
+      socket(ioContext(transportQueue)),
+      resolver(ioContext(transportQueue)) {}
+
+template <class Body>
+auto PhoneTransport::onQueue(Body body) {
+    return [self = shared_from_this(), body = std::move(body)](auto&&... arguments) mutable {
+        self->queue.assertCurrent();
+        body(*self, std::forward<decltype(arguments)>(arguments)...);
+    };
+}
+
+// --- Connecting and the handshake ---
+
+bool PhoneTransport::connect(const std::string& host, std::uint16_t port, Duration timeout,
+                             int bufferSize) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    {
+        const Lock hold(mutex);
+        connectStarted = std::chrono::steady_clock::now();
+    }
+    error_code notNumeric;
+    const auto address = asio::ip::make_address(host, notNumeric);
+    queue.post(onQueue([=](PhoneTransport& self) {
+        self.queue.assertCurrent();
+        if (!notNumeric) return self.tryEndpoint({{address, port}}, 0, bufferSize, {});
+        self.resolver.async_resolve(
+            host, std::to_string(port),
+            self.onQueue([bufferSize](PhoneTransport& same, const error_code& error,
+                                      const tcp::resolver::results_type& results) {
+                same.queue.assertCurrent();
+                if (error) return same.end({Closed::Reason::noAddress, error.message()});
+                same.tryEndpoint({results.begin(), results.end()}, 0, bufferSize, {});
+            }));
+    }));
+    Lock hold(mutex);
+    if (!changed.wait_until(hold, deadline, [&] { return isConnected || ended; })) {
+        hold.unlock();
+        runAndWait([](PhoneTransport& self) {
+            self.queue.assertCurrent();
+            self.end({Closed::Reason::notConnected, "no answer in time"});
+        });
+        hold.lock();
+    }
+    return isConnected;
+}
+
+void PhoneTransport::tryEndpoint(std::vector<tcp::endpoint> endpoints, std::size_t index,
+                                 int bufferSize, error_code last) {
+    if (closed()) return;
+    if (index == endpoints.size()) return end({Closed::Reason::notConnected, last.message()});
+    const tcp::endpoint endpoint = endpoints[index];
+    error_code error;
+    socket.close(error);
+    socket.open(endpoint.protocol(), error);
+    if (!error) socket.set_option(tcp::no_delay(true), error);
+    if (!error && bufferSize > 0) {
+        socket.set_option(asio::socket_base::receive_buffer_size(bufferSize), error);
+    }
+    if (error) return tryEndpoint(std::move(endpoints), index + 1, bufferSize, error);
+    socket.async_connect(endpoint, onQueue([endpoints = std::move(endpoints), index, bufferSize](
+                                               PhoneTransport& self, error_code failure) mutable {
+                             self.queue.assertCurrent();
+                             if (self.closed()) return;
+                             if (!failure) self.socket.non_blocking(true, failure);
+                             if (failure) {
+                                 return self.tryEndpoint(std::move(endpoints), index + 1,
+                                                         bufferSize, failure);
+                             }
+                             self.startReading();
+                             error_code unknown;
+                             const auto here = self.socket.local_endpoint(unknown).address();
+                             const auto there = self.socket.remote_endpoint(unknown).address();
+                             const Lock hold(self.mutex);
+                             self.isConnected = true;
+                             self.sameMachine = there.is_loopback() || here == there;
+                             self.connected = std::chrono::steady_clock::now();
+                             self.changed.notify_all();
+                         }));
+}
+
+bool PhoneTransport::secure(const Identity& identity, Duration timeout, bool withholdReveal) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    queue.post(onQueue([identity, withholdReveal](PhoneTransport& self) {
+        self.queue.assertCurrent();
+        Lock hold(self.mutex);
+        if (self.ended || !self.isConnected || self.secured || self.initiator) return;
+        self.withholds = withholdReveal;
+        self.initiator.emplace(identity);
+        self.enqueue(Framing::encode(FrameKind::handshake, self.initiator->commit()), hold);
+    }));
+    Lock hold(mutex);
+    if (!changed.wait_until(hold, deadline, [&] { return secured || ended; })) {
+        hold.unlock();
+        runAndWait([](PhoneTransport& self) {
+            self.queue.assertCurrent();
+            self.end({Closed::Reason::timedOut, ""});
+        });
+        hold.lock();
+    }
+    return secured.has_value();
+}
+
+void PhoneTransport::receiveKeys(ByteView payload) {
+    auto finished = initiator->receive(payload);
+    initiator.reset();
+    Bytes reveal = Framing::encode(FrameKind::handshake, finished.reveal);
+    const Lock hold(mutex);
+    if (withholds) {
+        withheld = std::move(reveal);
+    } else {
+        enqueue(std::move(reveal), hold);
+    }
+    session = std::move(finished.result.session);
+    secured = std::move(finished.result);
+    changed.notify_all();
+}
+
+// --- Receiving ---
+
+// The socket is read only once it is known that nothing holds reading back: what waits in the
+// kernel then is exactly what the agent could get rid of.
+void PhoneTransport::startReading() {
+    if (isReading) return;
+    {
+        const Lock hold(mutex);
+        if (ended || paused || waitingBytes > maxWaitingBytes) return;
+    }
+    isReading = true;
+    socket.async_wait(tcp::socket::wait_read,
+                      onQueue([](PhoneTransport& self, const error_code& error) {
+                          self.queue.assertCurrent();
+                          self.isReading = false;
+                          if (self.closed()) return;
+                          if (error) return self.end(afterReadError(error));
+                          {
+                              const Lock hold(self.mutex);
+                              if (self.paused) return;
+                          }
+                          self.readAvailable();
+                          self.startReading();
+                      }));
+}
+
+void PhoneTransport::readAvailable() {
+    error_code error;
+    const std::size_t length = socket.read_some(asio::buffer(input), error);
+    if (error == asio::error::would_block) return;
+    if (error) return end(afterReadError(error));
+    arrival = std::chrono::steady_clock::now();
+    {
+        const Lock hold(mutex);
+        counted.bytesReceived += length;
+    }
+    try {
+        receive(ByteView(input).first(length));
+    } catch (const std::exception& nonsense) {
+        end({Closed::Reason::nonsense, nonsense.what()});
+    }
+}
+
+void PhoneTransport::receive(ByteView bytes) {
+    while (auto frame = outer.next(bytes, {}))
+        receiveFrame(*std::move(frame));
+}
+
+void PhoneTransport::receiveFrame(Frame frame) {
+    const SecureSession* sealing = [&] {
+        const Lock hold(mutex);
+        return session.get();
+    }();
+    if (!sealing) {
+        if (frame.kind != FrameKind::handshake) {
+            throw FramingError::unknownKind(static_cast<std::uint8_t>(frame.kind));
+        }
+        if (initiator) return receiveKeys(frame.payload);
+        const std::size_t size = frame.payload.size();
+        return deliver(std::move(frame), size);
+    }
+    if (frame.kind != FrameKind::sealed) {
+        throw FramingError::unknownKind(static_cast<std::uint8_t>(frame.kind));
+    }
+    ByteView plaintext = session->openInPlace(frame.payload);
+    while (auto contained = inner.next(plaintext, {}))
+        receiveInner(*std::move(contained));
+}
+
+void PhoneTransport::receiveInner(Frame frame) {
+    const FrameKind kind = frame.kind;
+    const std::size_t size = frame.payload.size();
+    Event::Case value = decodeEvent(std::move(frame));
+    {
+        const Lock hold(mutex);
+        counted.controls += kind == FrameKind::control;
+        counted.videoFormats += kind == FrameKind::videoFormat;
+        counted.audioPackets += kind == FrameKind::audio;
+        counted.fileFrames += kind == FrameKind::file;
+        if (const auto* picture = std::get_if<VideoFrame>(&value)) {
+            ++counted.videoFrames;
+            counted.keyframes += picture->isKeyframe;
+            counted.videoBytes += size;
+        }
+    }
+    deliver(std::move(value), size);
+}
+
+void PhoneTransport::deliver(Event::Case value, std::size_t size) {
+    constexpr std::size_t overhead = sizeof(Event);
+    const Lock hold(mutex);
+    waiting.emplace_back(Event{arrival, std::move(value)}, size + overhead);
+    waitingBytes += size + overhead;
+    changed.notify_all();
+}
+
+std::optional<Event> PhoneTransport::next(Duration timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    Lock hold(mutex);
+    if (!changed.wait_until(hold, deadline, [&] { return !waiting.empty() || ended; }) ||
+        waiting.empty()) {
+        return std::nullopt;
+    }
+    auto [event, size] = std::move(waiting.front());
+    waiting.pop_front();
+    const bool wasFull = waitingBytes > maxWaitingBytes;
+    waitingBytes -= size;
+    if (wasFull && waitingBytes <= maxWaitingBytes) {
+        queue.post(onQueue([](PhoneTransport& self) {
+            self.queue.assertCurrent();
+            self.startReading();
+        }));
+    }
+    return std::move(event);
+}
+
+void PhoneTransport::pauseReading(bool pause) {
+    runAndWait([pause](PhoneTransport& self) {
+        self.queue.assertCurrent();
+        {
+            const Lock hold(self.mutex);
+            self.paused = pause;
+        }
+        if (!pause) self.startReading();
+    });
+}
+
+// --- Sending ---
+
+void PhoneTransport::enqueue(Bytes bytes, const Lock&) {
+    if (ended || !isConnected) return;
+    if (!withheld.empty()) bytes.insert(bytes.begin(), withheld.begin(), withheld.end());
+    withheld.clear();
+    outbox.push_back(std::move(bytes));
+    ++unsent;
+    queue.post(onQueue([](PhoneTransport& self) {
+        self.queue.assertCurrent();
+        self.startWriting();
+    }));
+}
+
+void PhoneTransport::send(Bytes bytes) {
+    const Lock hold(mutex);
+    enqueue(std::move(bytes), hold);
+}
+
+// Sealing and queueing under one lock keeps the boxes on the wire in the order of their counters.
+void PhoneTransport::sendInner(FrameBuffer frame) {
+    const Lock hold(mutex);
+    if (!session || ended) return;
+    const ByteView bytes = session->sealFrame(frame);
+    enqueue(Bytes(bytes.begin(), bytes.end()), hold);
+}
+
+void PhoneTransport::sendSealed(ByteView plaintext) {
+    const Lock hold(mutex);
+    if (!session || ended) return;
+    enqueue(Framing::encode(FrameKind::sealed, session->seal(plaintext)), hold);
+}
+
+Bytes PhoneTransport::seal(ByteView plaintext) {
+    const Lock hold(mutex);
+    return session ? session->seal(plaintext) : Bytes{};
+}
+
+void PhoneTransport::startWriting() {
+    if (isWriting) return;
+    {
+        const Lock hold(mutex);
+        if (ended || writeFailed) return;
+        if (outbox.empty()) {
+            error_code ignored;
+            if (endsSending) socket.shutdown(tcp::socket::shutdown_send, ignored);
+            return;
+        }
+        output = std::move(outbox.front());
+        outbox.pop_front();
+    }
+    isWriting = true;
+    asio::async_write(
+        socket, asio::buffer(output),
+        onQueue([](PhoneTransport& self, const error_code& error, std::size_t length) {
+            self.queue.assertCurrent();
+            self.isWriting = false;
+            {
+                const Lock hold(self.mutex);
+                self.counted.bytesSent += length;
+                --self.unsent;
+                self.writeFailed = static_cast<bool>(error);
+                self.changed.notify_all();
+            }
+            self.startWriting();
+        }));
+}
+
+bool PhoneTransport::flush(Duration timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    Lock hold(mutex);
+    changed.wait_until(hold, deadline, [&] { return unsent == 0 || writeFailed || ended; });
+    return unsent == 0 && !writeFailed && isConnected;
+}
+
+void PhoneTransport::shutdownSending() {
+    queue.post(onQueue([](PhoneTransport& self) {
+        self.queue.assertCurrent();
+        {
+            const Lock hold(self.mutex);
+            self.endsSending = true;
+        }
+        self.startWriting();
+    }));
+}
+
+// --- The end ---
+
+void PhoneTransport::end(Closed why) {
+    {
+        const Lock hold(mutex);
+        if (ended) return;
+        ended = why;
+        waiting.emplace_back(Event{std::chrono::steady_clock::now(), std::move(why)}, 0);
+        changed.notify_all();
+    }
+    initiator.reset();
+    resolver.cancel();
+    error_code ignored;
+    socket.shutdown(tcp::socket::shutdown_send, ignored);
+    socket.close(ignored);
+}
+
+void PhoneTransport::close() {
+    runAndWait([](PhoneTransport& self) {
+        self.queue.assertCurrent();
+        self.end({Closed::Reason::closedHere, ""});
+    });
+}
+
+void PhoneTransport::abort() {
+    runAndWait([](PhoneTransport& self) {
+        self.queue.assertCurrent();
+        error_code ignored;
+        self.socket.set_option(asio::socket_base::linger(true, 0), ignored);
+        self.socket.close(ignored);
+        self.end({Closed::Reason::closedHere, ""});
+    });
+}
+
+template <class Body>
+void PhoneTransport::runAndWait(Body body) {
+    bool done = false;
+    queue.post(onQueue([body = std::move(body), &done](PhoneTransport& self) {
+        body(self);
+        const Lock hold(self.mutex);
+        done = true;
+        self.changed.notify_all();
+    }));
+    Lock hold(mutex);
+    changed.wait(hold, [&] { return done; });
+}
+
+std::optional<Closed> PhoneTransport::closed() const {
+    const Lock hold(mutex);
+    return ended;
+}
+
+PhoneConnection::Counts PhoneTransport::counts() const {
+    const Lock hold(mutex);
+    return counted;
+}
+
+std::optional<SecureHandshake::Result> PhoneTransport::peer() const {
+    const Lock hold(mutex);
+    if (!secured) return std::nullopt;
+    return SecureHandshake::Result{nullptr, secured->peerKey, secured->code};
+}
+
+MonotonicTime PhoneTransport::connectStartedAt() const {
+    const Lock hold(mutex);
+    return connectStarted;
+}
+
+MonotonicTime PhoneTransport::connectedAt() const {
+    const Lock hold(mutex);
+    return connected;
+}
+
+bool PhoneTransport::isSameMachine() const {
+    const Lock hold(mutex);
+    return sameMachine;
+}
+
+}  // namespace orvel::phone
