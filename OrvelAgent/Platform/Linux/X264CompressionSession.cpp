@@ -89,8 +89,8 @@ CompressionSession::Created CompressionSession::create(const Specification& spec
     return X264CompressionSession::make(specification, {.slices = isLarge ? 2 : 1});
 }
 
-void X264CompressionSession::Closer::operator()(x264_t* encoder) const {
-    x264_encoder_close(encoder);
+void X264CompressionSession::Closer::operator()(x264_t* opened) const {
+    x264_encoder_close(opened);
 }
 
 CompressionSession::Created X264CompressionSession::make(const Specification& wanted,
