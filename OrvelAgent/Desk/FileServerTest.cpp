@@ -14,7 +14,6 @@
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace orvel {
 namespace {

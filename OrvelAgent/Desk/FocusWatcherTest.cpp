@@ -18,7 +18,7 @@ namespace {
 class FocusWatcherTest : public testing::Test {
 protected:
     FocusWatcherTest() {
-        watcher->onFrontApp = [this](std::string bundleID, std::string name) {
+        watcher->onFrontApp = [this](const std::string& bundleID, const std::string& name) {
             news.push_back(bundleID + " \"" + name + "\"");
         };
         watcher->onTextFocus = [this](bool isText) { news.push_back(isText ? "text" : "no text"); };

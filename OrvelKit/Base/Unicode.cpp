@@ -74,7 +74,8 @@ std::u32string Utf16Joiner::join(std::u16string_view piece) {
         } else if (!isLowSurrogate(unit)) {
             characters += unit;
         } else if (before) {
-            characters += 0x10000 + ((before - 0xD800u) << 10) + (unit - 0xDC00u);
+            characters +=
+                static_cast<char32_t>(0x10000 + ((before - 0xD800) << 10) + (unit - 0xDC00));
         }
     }
     return characters;
