@@ -27,7 +27,7 @@ measureWholeProgram() {
         endScreen
     done
 
-    printf '\nA still screen, %d s: %s %% of a core\n' $((2 * benchSeconds)) "$(measureStill)"
+    printf '\nA still screen while a phone watches, %d s: %s %% of a core\n' $((2 * benchSeconds)) "$(measureStill)"
     printf '\nFrom a change on the display to its decoded picture at the phone (a frame time is 16.7 ms)\n'
     for mode in still typing scroll; do
         showScreen "$mode"
