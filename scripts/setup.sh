@@ -38,23 +38,25 @@ setUp() {
     if ((EUID != 0)) && ! command -v sudo >/dev/null; then
         fail "installing needs root: run ./orvel setup as root, or install sudo"
     fi
+    needScratch
     local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0)
     asRoot "${apt[@]}" update 2>&1 </dev/null | aptProgress ||
         say "the package lists could not be renewed; trying with the old ones"
-    asRoot "${apt[@]}" install -y --no-install-recommends "${lacking[@]}" 2>&1 </dev/null | aptProgress ||
-        fail "apt-get could not install what is missing; its reasons stand above"
+    if ! asRoot "${apt[@]}" install -y --no-install-recommends "${lacking[@]}" 2>&1 </dev/null | aptProgress; then
+        if [[ ! -t 2 ]]; then tail -n 20 "$scratch/apt.log" >&2; fi
+        fail "what is missing could not be installed; the reasons stand above"
+    fi
 }
 
-# What apt says, on stderr: all of it for a person, else every fiftieth package and what went wrong.
+# What apt says, on stderr: all of it for a person, else every fiftieth package; all of it in a log, too.
 aptProgress() {
-    if [[ -t 2 ]]; then
+    tee -a "$scratch/apt.log" | if [[ -t 2 ]]; then
         cat >&2
-        return
+    else
+        awk '
+            /newly installed/ { print "    " $0 }
+            /^Setting up / && ++count % 50 == 0 { print "    " count " packages set up" }
+            { fflush() }
+        ' >&2
     fi
-    awk '
-        /newly installed/ { print "    " $0 }
-        /^Setting up / && ++count % 50 == 0 { print "    " count " packages set up" }
-        /^(E|W|Err|dpkg)[: ]/ || / error/ { print "    " $0 }
-        { fflush() }
-    ' >&2
 }
