@@ -30,6 +30,7 @@ testAll() {
         unset "$name"
     done
     export UBSAN_OPTIONS=print_stacktrace=1
+    export TSAN_OPTIONS="suppressions='$root/Tests/tsan.supp'"
 
     if (($#)); then
         local filter=$1
