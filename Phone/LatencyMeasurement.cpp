@@ -35,7 +35,7 @@ void LatencyMeasurement::draw(bool toWhite) {
 void LatencyMeasurement::look(const VideoDecoder& decoder, MonotonicTime decodedAt) {
     if (!place) {
         Plane plane{decoder.width(), decoder.height(), {}};
-        plane.luma.reserve(static_cast<std::size_t>(plane.width * plane.height));
+        plane.luma.reserve(std::size_t(plane.width) * std::size_t(plane.height));
         for (int y = 0; y < plane.height; ++y) {
             for (int x = 0; x < plane.width; ++x)
                 plane.luma.push_back(decoder.luma(x, y));
@@ -89,7 +89,7 @@ bool LatencyMeasurement::findPlace() {
         if (plane.width != width || plane.height != height) return false;
     }
     const auto follows = [&](int x, int y) {
-        const auto at = static_cast<std::size_t>(y * width + x);
+        const auto at = std::size_t(y) * std::size_t(width) + std::size_t(x);
         return kept[0].luma[at] < black && kept[1].luma[at] > white && kept[2].luma[at] < black &&
                kept[3].luma[at] > white;
     };

@@ -7,7 +7,7 @@
 namespace orvel::phone {
 
 std::string PhoneConnection::Closed::describe() const {
-    const auto with = [&](std::string sentence) {
+    const auto with = [&](const std::string& sentence) {
         return detail.empty() ? sentence + "." : sentence + ": " + detail + ".";
     };
     switch (reason) {

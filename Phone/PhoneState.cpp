@@ -45,7 +45,7 @@ namespace {
 // Moves a file out of the way without touching one that was moved there before.
 std::string moveAside(const std::string& path) {
     for (int number = 1; number < 1000; ++number) {
-        const std::string target = path + ".damaged-" + std::to_string(number);
+        std::string target = path + ".damaged-" + std::to_string(number);
         std::error_code error;
         if (std::filesystem::exists(std::filesystem::symlink_status(target, error))) continue;
         std::filesystem::rename(path, target, error);
@@ -139,13 +139,6 @@ std::vector<KnownAgent> PhoneState::agents() const {
     std::stable_sort(agents.begin(), agents.end(),
                      [](const auto& a, const auto& b) { return a.lastUsed > b.lastUsed; });
     return agents;
-}
-
-std::optional<KnownAgent> PhoneState::agent(const std::string& id) const {
-    for (auto& known : readAgents()) {
-        if (known.id == id) return std::move(known);
-    }
-    return std::nullopt;
 }
 
 void PhoneState::remember(KnownAgent agent) {

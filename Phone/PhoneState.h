@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -46,7 +45,6 @@ public:
 
     // The one used last comes first. Reads the file anew.
     std::vector<KnownAgent> agents() const;
-    std::optional<KnownAgent> agent(const std::string& id) const;
 
     // Adds or replaces the one with this ID and stamps `lastUsed`; another one that was last seen
     // at the same address is no longer known to be there. Throws Error when it cannot be written.

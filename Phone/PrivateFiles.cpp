@@ -102,7 +102,7 @@ std::string replaceFile(const std::string& path, ByteView content, FileAccess ac
     const Draft draft = writeDraft(path, content, access);
     if (draft.name.empty()) return draft.problem;
     if (::rename(draft.name.c_str(), path.c_str()) != 0) {
-        const std::string problem = said(errno);
+        std::string problem = said(errno);
         ::unlink(draft.name.c_str());
         return problem;
     }

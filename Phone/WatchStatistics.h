@@ -30,8 +30,10 @@ public:
     };
     // Since the call before.
     Numbers takeInterval(MonotonicTime now);
-    // Since the first picture.
+    // Since the first picture. Sorts all latencies: for the end, not for every second.
     Numbers total(MonotonicTime now) const;
+    std::uint64_t keyframes() const { return all.keyframes; }
+    std::uint64_t drops() const { return all.drops; }
     std::optional<MonotonicTime> firstPictureAt() const { return firstPicture; }
     std::optional<double> firstPictureMilliseconds() const;  // since `begin`
 

@@ -129,13 +129,13 @@ private:
     }
 
     void showLive() {
+        if (context.settings.json) return;
         const auto numbers = statistics.takeInterval(now());
         std::string line = formatted("%5.1f fps  %6.2f Mbit/s", numbers.framesPerSecond,
                                      numbers.megabitsPerSecond);
         if (numbers.latencyMedian) line += formatted("  latency %.1f ms", *numbers.latencyMedian);
-        const auto total = statistics.total(now());
-        line += "  keyframes " + std::to_string(total.keyframes) + "  drops " +
-                std::to_string(total.drops);
+        line += "  keyframes " + std::to_string(statistics.keyframes()) + "  drops " +
+                std::to_string(statistics.drops());
         if (measurement) {
             line += "  probe " + std::to_string(measurement->samples().size()) + "/" +
                     std::to_string(options.samples);
