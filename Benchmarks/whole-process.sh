@@ -27,7 +27,8 @@ measureWholeProgram() {
         endScreen
     done
 
-    printf '\nA still screen while a phone watches, %d s: %s %% of a core\n' $((2 * benchSeconds)) "$(measureStill)"
+    measureStill
+    printf '\nA still screen while a phone watches, %d s: %s %% of a core\n' $((2 * benchSeconds)) "$stillShare"
     printf '\nFrom a change on the display to its decoded picture at the phone (a frame time is 16.7 ms)\n'
     for mode in still typing scroll; do
         showScreen "$mode"
@@ -84,18 +85,19 @@ measureFFmpeg() {
     rm -f "$scratch/ffmpeg.h264"
 }
 
-# In % of a core, with a phone that watches; the beginning, with its sharp frame, is left out.
+# Sets stillShare, in % of a core, with a phone that watches; the beginning, with its sharp frame, is left out.
 measureStill() {
     local before pid
     showScreen still
-    phone "${benchPhone[@]}" watch --seconds $((2 * benchSeconds + 5)) >/dev/null &
+    "${orvelPhone[@]}" "${benchPhone[@]}" watch --seconds $((2 * benchSeconds + 5)) >/dev/null &
     pid=$!
     adopt "$pid"
     sleep 4
     before=$(cpuTime "$agentPid")
     sleep $((2 * benchSeconds))
-    awk -v before="$before" -v after="$(cpuTime "$agentPid")" -v s=$((2 * benchSeconds)) \
-        'BEGIN { printf "%.2f", (after - before) / s / 10 }'
+    stillShare=$(awk -v before="$before" -v after="$(cpuTime "$agentPid")" -v s=$((2 * benchSeconds)) \
+        'BEGIN { printf "%.2f", (after - before) / s / 10 }')
     wait "$pid"
+    forget "$pid"
     endScreen
 }

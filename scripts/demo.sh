@@ -85,7 +85,7 @@ phoneAsks() {
 phoneWatches() {
     local film=$1 pid status=0
     say "the phone watches for $demoSeconds seconds"
-    phone --agent "$demoName" --json watch --seconds "$demoSeconds" -o "$film" </dev/null >"$scratch/watch.json" &
+    "${orvelPhone[@]}" --agent "$demoName" --json watch --seconds "$demoSeconds" -o "$film" </dev/null >"$scratch/watch.json" &
     pid=$!
     adopt "$pid"
     sleep "$((demoSeconds - 2))"

@@ -6,6 +6,7 @@
 startAgent() {
     needScratch
     events=$scratch/events
+    orvelPhone=("$root/build/release/orvel-phone" --state-dir "$scratch/phone")
     "$root/build/release/orvel-agent" --headless --state-dir "$scratch/agent" "$@" \
         </dev/null >"$events" 2>"$scratch/agent.log" &
     agentPid=$!
@@ -21,15 +22,16 @@ lastEvent() { jq -r "$1" "$events" 2>/dev/null | tail -n 1; }
 
 agentSays() { [[ -n $(lastEvent "$1") ]]; }
 
-# phone ARGUMENT ...: the reference phone with a state of its own.
-phone() { "$root/build/release/orvel-phone" --state-dir "$scratch/phone" "$@"; }
+# phone ARGUMENT ...: the reference phone with a state of its own. In the background use "${orvelPhone[@]}":
+# of a function only the shell around it would be known, and ended.
+phone() { "${orvelPhone[@]}" "$@"; }
 
 # pairPhone ARGUMENT ...: pairs as a person would, who reads the digits on the computer and types them
 # on the phone. Sets pairingCode.
 pairPhone() {
     local digits status=0
     mkfifo "$scratch/digits"
-    phone "$@" pair <"$scratch/digits" >"$scratch/pair.log" 2>&1 &
+    "${orvelPhone[@]}" "$@" pair <"$scratch/digits" >"$scratch/pair.log" 2>&1 &
     local pid=$!
     adopt "$pid"
     exec {digits}>"$scratch/digits"
