@@ -66,12 +66,13 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
     // to.
     SerialQueue mainQueue("main", SerialQueue::Kind::callersThread);
     SerialQueue captureQueue("orvel.capture");
+    SerialQueue audioQueue("orvel.audio");
     SerialQueue agentQueue("orvel.agent");
 
     AgentCore::Options options{run.name, run.port, run.address};
     auto core = AgentCore::make(
-        {agentQueue, captureQueue, mainQueue, *stores.defaults, *stores.secrets, *permissions,
-         *power, host, ScreenSource::create(captureQueue),
+        {agentQueue, captureQueue, audioQueue, mainQueue, *stores.defaults, *stores.secrets,
+         *permissions, *power, host, ScreenSource::create(captureQueue, audioQueue),
          [](const auto& specification) { return CompressionSession::create(specification); },
          makeTcpListener(agentQueue), run.advertise ? ServiceAdvertiser::create() : nullptr},
         options);

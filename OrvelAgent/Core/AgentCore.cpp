@@ -58,7 +58,8 @@ AgentCore::AgentCore(Parts parts, const Options& coreOptions)
       permissions(parts.permissions),
       power(parts.power),
       options(coreOptions),
-      streamer(std::make_shared<ScreenStreamer>(parts.captureQueue, std::move(parts.screen),
+      streamer(std::make_shared<ScreenStreamer>(parts.captureQueue, parts.audioQueue,
+                                                std::move(parts.screen),
                                                 std::move(parts.compression))),
       lan(queue, std::move(parts.listener), std::move(parts.advertiser), identity),
       devices(defaults),
@@ -101,6 +102,14 @@ void AgentCore::wire() {
     };
     streamer->onFormat = [video](FrameBuffer format) { video(std::move(format), true); };
     streamer->onFrame = video;
+    streamer->onAudio = [weak](AudioPacket packet) {
+        if (auto self = weak.lock()) {
+            self->onQueue([packet = std::move(packet)](AgentCore& core) {
+                core.queue.assertCurrent();
+                core.sendAudio(packet);
+            });
+        }
+    };
     streamer->onStop = [weak](ScreenStreamer::CaptureID ended, const auto& error) {
         auto self = weak.lock();
         if (!self) return;
@@ -301,6 +310,7 @@ void AgentCore::admit(const std::shared_ptr<ClientSession>& session, const Hello
     videoFlow.reset();
     streamer->setEncodes(true);
     streamer->setSink(nullptr);
+    streamer->setAudio(true);
     power.declareUserActivity(activityReason);
     streamPixels = Admission::streamPixels(hello.maxPixels);
     startCapture(session, true);
@@ -376,6 +386,10 @@ void AgentCore::sendVideo(FrameBuffer frame, bool isKeyframe) {
                           self->queue.assertCurrent();
                           self->videoFlow.completed(token);
                       });
+}
+
+void AgentCore::sendAudio(const AudioPacket& packet) {
+    if (active && active->isAuthenticated() && welcomed) active->sendAudio(packet);
 }
 
 void AgentCore::setStatus(Status status) {

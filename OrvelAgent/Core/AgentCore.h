@@ -59,13 +59,14 @@ public:
     struct Parts {
         SerialQueue& queue;         // "orvel.agent"
         SerialQueue& captureQueue;  // "orvel.capture"
+        SerialQueue& audioQueue;    // "orvel.audio"
         SerialQueue& mainQueue;
         Defaults& defaults;
         SecretStore& secrets;
         Permissions& permissions;
         Power& power;
         HostInfo& host;
-        std::unique_ptr<ScreenSource> screen;  // made with captureQueue
+        std::unique_ptr<ScreenSource> screen;  // made with captureQueue and audioQueue
         CompressionSession::Factory compression;
         std::unique_ptr<Listener> listener;             // on `queue`
         std::unique_ptr<ServiceAdvertiser> advertiser;  // null: not advertised
@@ -117,6 +118,7 @@ private:
     void sendWelcome(PhoneLink& link, const ScreenStreamer::Display& display) RUNS_ON(queue);
     void selectDisplay(PhoneLink& link, std::uint32_t displayID) RUNS_ON(queue);
     void sendVideo(FrameBuffer frame, bool isKeyframe) RUNS_ON(queue);
+    void sendAudio(const AudioPacket& packet) RUNS_ON(queue);
 
     void setStatus(Status status) RUNS_ON(queue);
     void publishDevices() RUNS_ON(queue);

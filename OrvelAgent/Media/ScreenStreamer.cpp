@@ -78,11 +78,18 @@ std::string ScreenStreamer::StreamerError::description() const {
     return "Paylaşılacak ekran bulunamadı.";
 }
 
-ScreenStreamer::ScreenStreamer(SerialQueue& captureQueue, std::unique_ptr<ScreenSource> newSource,
+ScreenStreamer::ScreenStreamer(SerialQueue& captureQueue, SerialQueue& soundQueue,
+                               std::unique_ptr<ScreenSource> newSource,
                                CompressionSession::Factory factory)
     : queue(captureQueue),
+      audioQueue(soundQueue),
       source(std::move(newSource)),
-      encoder(std::make_shared<VideoEncoder>(captureQueue, std::move(factory))) {}
+      encoder(std::make_shared<VideoEncoder>(captureQueue, std::move(factory))),
+      audioEncoder(soundQueue) {
+    audioEncoder.onPacket = [this](AudioPacket packet) {
+        if (onAudio) onAudio(std::move(packet));
+    };
+}
 
 ScreenStreamer::~ScreenStreamer() {
     // Source and encoder live on the queue, and end there.
@@ -152,6 +159,11 @@ void ScreenStreamer::setEncodes(bool nowEncodes) {
     }));
 }
 
+void ScreenStreamer::setAudio(bool isOn) {
+    audioOn = isOn;
+    audioQueue.post(onQueue([](ScreenStreamer& self) { self.audioEncoder.reset(); }));
+}
+
 void ScreenStreamer::setSink(Sink newSink) {
     queue.post(onQueue([newSink = std::move(newSink)](ScreenStreamer& self) {
         self.queue.assertCurrent();
@@ -218,6 +230,10 @@ void ScreenStreamer::startCapture(StartRequest request, const ScreenSource::Disp
         self.queue.assertCurrent();
         self.receive(id, sample);
     });
+    handlers.onAudio = onQueue([](ScreenStreamer& self, const AudioSamples& samples) {
+        self.audioQueue.assertCurrent();
+        self.receiveAudio(samples);
+    });
     handlers.onStop = onQueue([id = request.id](ScreenStreamer& self, auto error) {
         self.queue.assertCurrent();
         self.sourceStopped(id, std::move(error));
@@ -265,6 +281,10 @@ void ScreenStreamer::receive(CaptureID capture, const ScreenSource::Sample& samp
     sharpSent = false;
     if (encodes) encoder->encode(lastFrame->image, lastFrame->time);
     if (sink) sink(lastFrame->image);
+}
+
+void ScreenStreamer::receiveAudio(const AudioSamples& samples) {
+    if (audioOn) audioEncoder.encode(samples);
 }
 
 void ScreenStreamer::sourceStopped(CaptureID capture, std::optional<CaptureError> error) {

@@ -9,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include "OrvelAgent/Media/AudioEncoder.h"
 #include "OrvelAgent/Media/PixelBuffer.h"
 #include "OrvelAgent/Platform/CompressionSession.h"
 #include "OrvelAgent/Platform/ScreenSource.h"
@@ -20,17 +21,18 @@ namespace orvel {
 
 class VideoEncoder;
 
-// Captures one display and delivers its pictures in two ways at once: encoded, for the phone on
-// the local network, and raw, through a sink, for the internet session. When the screen comes to
-// rest it sends one extra sharp keyframe and keeps handing the last picture to the sink.
+// Captures one display and the computer's sound. It delivers the pictures in two ways at once:
+// encoded, for the phone on the local network, and raw, through a sink, for the internet session.
+// When the screen comes to rest it sends one extra sharp keyframe and keeps handing the last
+// picture to the sink. Sound is encoded as it comes.
 //
 // One streamer serves all links one after the other. Every start has a number, and only the newest
 // start counts: it ends whatever capture was asked for before, waiting, starting or running, and a
 // stop for an older number does nothing. Starts and stops never overlap.
 //
 // Owned by a shared_ptr. Functions may be called from any thread; they act on the capture queue in
-// the order of the calls. Destroying the streamer ends the capture; nothing is called after that
-// but what another thread has just begun to call.
+// the order of the calls; setAudio() on the audio queue. Destroying the streamer ends the capture;
+// nothing is called after that but what another thread has just begun to call.
 class ScreenStreamer : public std::enable_shared_from_this<ScreenStreamer> {
 public:
     struct Display {
@@ -62,9 +64,9 @@ public:
     using CaptureID = std::uint64_t;
     using Sink = std::function<void(std::shared_ptr<const PixelBuffer>)>;
 
-    // `captureQueue` outlives the streamer; `source` was made with it.
-    ScreenStreamer(SerialQueue& captureQueue, std::unique_ptr<ScreenSource> source,
-                   CompressionSession::Factory factory);
+    // The queues outlive the streamer; `source` was made with them.
+    ScreenStreamer(SerialQueue& captureQueue, SerialQueue& audioQueue,
+                   std::unique_ptr<ScreenSource> source, CompressionSession::Factory factory);
     ~ScreenStreamer();
     ScreenStreamer(const ScreenStreamer&) = delete;
     ScreenStreamer& operator=(const ScreenStreamer&) = delete;
@@ -76,6 +78,8 @@ public:
     std::function<void(FrameBuffer format)> onFormat;
     // A whole videoFrame frame.
     std::function<void(FrameBuffer frame, bool isKeyframe)> onFrame;
+    // On the audio queue: 20 ms of sound, numbered from 1 on over all captures.
+    std::function<void(AudioPacket packet)> onAudio;
     // On the capture queue: the newest capture ended by itself after its start had succeeded. Once
     // for each capture, and not when a stop or a later start got there first.
     std::function<void(CaptureID, std::optional<CaptureError>)> onStop;
@@ -96,6 +100,9 @@ public:
 
     // Whether pictures are encoded; true at first. The internet session switches it off.
     void setEncodes(bool encodes);
+
+    // Whether sound is encoded; true at first. What was not yet a whole packet is forgotten.
+    void setAudio(bool isOn);
 
     // Receiver of every picture, and on a still screen of the last one four times a second; called
     // on the capture queue. nullptr: none.
@@ -123,6 +130,7 @@ private:
 
     void receive(CaptureID capture, const ScreenSource::Sample& sample) RUNS_ON(queue);
     void sourceStopped(CaptureID capture, std::optional<CaptureError> error) RUNS_ON(queue);
+    void receiveAudio(const AudioSamples& samples) RUNS_ON(audioQueue);
     void armIdleTimer() RUNS_ON(queue);
     void checkIdle() RUNS_ON(queue);
 
@@ -132,8 +140,10 @@ private:
     auto onQueue(Body body);
 
     SerialQueue& queue;
+    SerialQueue& audioQueue;
     std::atomic<CaptureID> lastGiven{0};
     std::atomic<bool> keyframeRequested{false};  // and not yet seen by the queue
+    std::atomic<bool> audioOn{true};
     std::unique_ptr<ScreenSource> source OWNED_BY(queue);
     std::shared_ptr<VideoEncoder> encoder OWNED_BY(queue);
 
@@ -149,6 +159,8 @@ private:
     std::optional<Frame> lastFrame OWNED_BY(queue);  // of the wanted capture
     bool sharpSent OWNED_BY(queue) = false;          // for the present still picture
     Timer idleTimer OWNED_BY(queue);                 // pending while a capture runs
+
+    AudioEncoder audioEncoder;  // used on the audio queue
 };
 
 }  // namespace orvel

@@ -68,11 +68,12 @@ protected:
     }
 
     VirtualTime time;
-    SerialQueue queue{"orvel.capture", time};
-    std::shared_ptr<FakeScreen> screen = std::make_shared<FakeScreen>(queue);
+    SerialQueue queue{"orvel.capture", time}, audioQueue{"orvel.audio", time};
+    std::shared_ptr<FakeScreen> screen = std::make_shared<FakeScreen>(queue, audioQueue);
     std::shared_ptr<FakeCompression> compression = std::make_shared<FakeCompression>();
     std::shared_ptr<ScreenStreamer> streamer = std::make_shared<ScreenStreamer>(
-        queue, std::make_unique<FakeScreenSource>(queue, screen), compression->factory());
+        queue, audioQueue, std::make_unique<FakeScreenSource>(queue, screen),
+        compression->factory());
     std::string stream;  // F: format, K: keyframe, p: other frame
     std::uint64_t lastTime = 0;
     std::vector<std::string> log;
@@ -459,14 +460,39 @@ TEST_F(ScreenStreamerTest, itsEndIsTheEndOfItsCaptureAndOfAllCalls) {
     EXPECT_THAT(log, ElementsAre("capture started"));
 }
 
+TEST_F(ScreenStreamerTest, soundIsNumberedOnOverCapturesAndPausesWhenSwitchedOff) {
+    std::vector<std::uint32_t> numbers;
+    streamer->onAudio = [&](const AudioPacket& packet) {
+        EXPECT_TRUE(audioQueue.isCurrent());
+        numbers.push_back(packet.sequence);
+    };
+    const auto hear = [&](std::size_t frames) {
+        screen->sound(frames);
+        time.runPending();
+    };
+    started();
+    hear(1'900);
+    EXPECT_THAT(numbers, ElementsAre(1));
+    streamer->setAudio(false);
+    hear(5'000);
+    streamer->setAudio(true);
+    hear(959);  // the 940 frames from before are forgotten
+    EXPECT_THAT(numbers, ElementsAre(1));
+    started();
+    hear(1);
+    EXPECT_THAT(numbers, ElementsAre(1, 2));
+}
+
 // In real time, for the thread sanitizer: links come and go on two threads while a third asks for
 // keyframes.
 TEST(ScreenStreamerThreads, callsFromSeveralThreadsEndWithTheNewestCapture) {
     SerialQueue queue("orvel.capture");
-    const auto screen = std::make_shared<FakeScreen>(queue);
+    SerialQueue audioQueue("orvel.audio");
+    const auto screen = std::make_shared<FakeScreen>(queue, audioQueue);
     const auto compression = std::make_shared<FakeCompression>();
     auto streamer = std::make_shared<ScreenStreamer>(
-        queue, std::make_unique<FakeScreenSource>(queue, screen), compression->factory());
+        queue, audioQueue, std::make_unique<FakeScreenSource>(queue, screen),
+        compression->factory());
     std::atomic<int> answers{0}, frames{0};
     streamer->onFrame = [&](const FrameBuffer&, bool) { ++frames; };
 

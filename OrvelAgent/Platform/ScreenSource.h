@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "OrvelAgent/Media/AudioSamples.h"
 #include "OrvelAgent/Media/PixelBuffer.h"
 #include "OrvelKit/Base/SerialQueue.h"
 
@@ -16,11 +17,13 @@ struct CaptureError {
     std::string description;
 };
 
-// The displays of this computer, and a capture of one of them. It decides nothing: which display,
-// which size and what to do with a still picture is ScreenStreamer's.
+// The displays of this computer, and a capture of one of them, with the sound that the computer
+// makes. It decides nothing: which display, which size and what to do with a still picture is
+// ScreenStreamer's.
 //
-// Made with the queue "orvel.capture"; every call is made there, every completion and handler is
-// called there, never from inside the call. One capture at a time: stop before the next start.
+// Made with the queues "orvel.capture" and "orvel.audio". Every call is made on the first, every
+// completion and handler but the sound's is called there, never from inside the call. One capture
+// at a time: stop before the next start.
 class ScreenSource {
 public:
     struct DisplayDescription {
@@ -41,6 +44,10 @@ public:
         int framesPerSecond = 60;   // at most
         bool showsCursor = true;
         int queueDepth = 5;  // buffers in flight
+        bool capturesAudio = true;
+        int audioSampleRate = 48'000;  // Hz, as far as the system converts
+        int audioChannels = 2;         // likewise
+        bool excludesOwnAudio = true;  // what this process plays
     };
 
     enum class SampleStatus { complete, idle, blank, suspended, started, stopped };
@@ -54,6 +61,9 @@ public:
         // A picture, or that there is no new one: a still screen delivers one idle sample when it
         // comes to rest and then nothing.
         std::function<void(const Sample&)> onSample;
+        // Sound, on the audio queue: the one handler that may still be called shortly after a stop.
+        // A computer that has none, or cannot give it, captures the picture alone.
+        std::function<void(const AudioSamples&)> onAudio;
         // The capture ended by itself: display unplugged, server gone, access withdrawn. Called
         // at most once; not after stop().
         std::function<void(std::optional<CaptureError>)> onStop;
@@ -64,11 +74,11 @@ public:
     // nullopt: it runs. Handlers come only after that.
     virtual void start(const Configuration& configuration, Handlers handlers,
                        std::function<void(std::optional<CaptureError>)> completion) = 0;
-    // No handler is called once this has returned. Without a capture it just completes.
+    // No handler but onAudio is called once this has returned. Without a capture it just completes.
     virtual void stop(std::function<void()> completion) = 0;
 
     // This system's. Costs nothing until the first call.
-    static std::unique_ptr<ScreenSource> create(SerialQueue& captureQueue);
+    static std::unique_ptr<ScreenSource> create(SerialQueue& captureQueue, SerialQueue& audioQueue);
 };
 
 }  // namespace orvel

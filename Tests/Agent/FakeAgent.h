@@ -26,16 +26,17 @@ public:
     FakeAgent()
         : mainQueue("main", time),
           captureQueue("orvel.capture", time),
+          audioQueue("orvel.audio", time),
           queue("orvel.agent", time) {}
 
     void start() {
         auto advertiser = std::make_unique<FakeServiceAdvertiser>();
         advertised = advertiser.get();
-        screen = std::make_shared<FakeScreen>(captureQueue);
+        screen = std::make_shared<FakeScreen>(captureQueue, audioQueue);
         if (displays) screen->displays = *displays;
         core = AgentCore::make(
-            {queue, captureQueue, mainQueue, defaults, secrets, permissions, power, host,
-             std::make_unique<FakeScreenSource>(captureQueue, screen), compression->factory(),
+            {queue, captureQueue, audioQueue, mainQueue, defaults, secrets, permissions, power,
+             host, std::make_unique<FakeScreenSource>(captureQueue, screen), compression->factory(),
              std::make_unique<FakeListener>(queue, port), std::move(advertiser)},
             options);
         model = std::make_shared<AgentModel>(mainQueue, core, defaults, permissions, power);
@@ -101,7 +102,7 @@ public:
     std::shared_ptr<FakeCompression> compression = std::make_shared<FakeCompression>();
     std::optional<std::vector<ScreenSource::DisplayDescription>> displays;
     AgentCore::Options options;
-    SerialQueue mainQueue, captureQueue, queue;
+    SerialQueue mainQueue, captureQueue, audioQueue, queue;
     std::shared_ptr<FakeScreen> screen;           // once started
     FakeServiceAdvertiser* advertised = nullptr;  // likewise; lives as long as the core
     std::shared_ptr<AgentCore> core;

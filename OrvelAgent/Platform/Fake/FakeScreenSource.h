@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -16,7 +17,8 @@ namespace orvel {
 // Any thread may call; fields and `calls` are for a test whose queues are quiet.
 class FakeScreen {
 public:
-    explicit FakeScreen(SerialQueue& captureQueue) : queue(captureQueue) {}
+    FakeScreen(SerialQueue& captureQueue, SerialQueue& soundQueue)
+        : queue(captureQueue), audioQueue(soundQueue) {}
 
     // What the source answers.
     std::vector<ScreenSource::DisplayDescription> displays = {
@@ -64,6 +66,17 @@ public:
                 {ScreenSource::SampleStatus::complete, std::move(image), queue.now()});
         });
     }
+    // Silence in the canonical format, if a capture runs when the capture queue gets to it.
+    void sound(std::size_t frameCount) {
+        queue.post([this, frameCount] {
+            if (!running || !handlers.onAudio) return;
+            audioQueue.post([onAudio = handlers.onAudio, frameCount] {
+                const Bytes channel(frameCount * sizeof(float));
+                const std::array<ByteView, 2> buffers{channel, channel};
+                onAudio({canonicalPcm, frameCount, buffers});
+            });
+        });
+    }
     // The capture ends by itself.
     void end(std::optional<CaptureError> error) {
         queue.post([this, error] {
@@ -88,6 +101,7 @@ private:
     }
 
     SerialQueue& queue;
+    SerialQueue& audioQueue;
     std::mutex lock;
     std::map<std::string, std::vector<std::function<void()>>> held;
     ScreenSource::Handlers handlers;

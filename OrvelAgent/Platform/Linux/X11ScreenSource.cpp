@@ -28,7 +28,7 @@ ScreenSource::DisplayList readDisplays(const std::string& display) {
 
 }  // namespace
 
-std::unique_ptr<ScreenSource> ScreenSource::create(SerialQueue& captureQueue) {
+std::unique_ptr<ScreenSource> ScreenSource::create(SerialQueue& captureQueue, SerialQueue&) {
     return std::make_unique<X11ScreenSource>(captureQueue);
 }
 
