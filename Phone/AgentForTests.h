@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "OrvelKit/Secure/SecureHandshake.h"
 #include "OrvelKit/Wire/Control.h"
@@ -96,6 +97,25 @@ public:
         welcome.protocolVersion = 2;
         welcome.agentVersion = "0.1.0 (1)";
         return welcome;
+    }
+
+    // Admits a phone that will only send controls.
+    void admit() {
+        secure();
+        receive<Hello>();
+        send({welcome()});
+        if (receive<Control::Audio>().on) throw Gone("who controls does not listen");
+    }
+    // What the phone sends until it goes; pings are answered as they come.
+    void record(std::vector<Control>& controls) {
+        for (;;) {
+            const Control control = receiveControl();
+            if (const auto* ping = control.as<Control::Ping>()) {
+                send({Control::Pong{ping->value}});
+            } else {
+                controls.push_back(control);
+            }
+        }
     }
 
     boost::asio::ip::tcp::iostream stream;

@@ -9,11 +9,13 @@
 
 namespace orvel::phone {
 
-Console::Console(int inputDescriptor, std::ostream& output, std::ostream& errors, bool terminal)
-    : input(inputDescriptor), out(output), err(errors), isTerminal(terminal) {}
+Console::Console(int inputDescriptor, std::ostream& output, std::ostream& errors,
+                 Terminals whichTerminals)
+    : input(inputDescriptor), out(output), err(errors), terminals(whichTerminals) {}
 
 Console Console::ofProcess() {
-    return Console(STDIN_FILENO, std::cout, std::cerr, ::isatty(STDOUT_FILENO) == 1);
+    return Console(STDIN_FILENO, std::cout, std::cerr,
+                   {::isatty(STDOUT_FILENO) == 1, ::isatty(STDERR_FILENO) == 1});
 }
 
 void Console::say(std::string_view line) {
@@ -27,14 +29,31 @@ void Console::remark(std::string_view line) {
 }
 
 void Console::live(std::string_view line) {
-    if (!isTerminal) return;
-    out << "\r\x1b[K" << line << std::flush;
-    hasLive = true;
+    if (terminals.out) show(out, line);
+}
+
+void Console::progress(std::string_view line) {
+    if (terminals.err) show(err, line);
+}
+
+void Console::show(std::ostream& stream, std::string_view line) {
+    stream << "\r\x1b[K" << line << std::flush;
+    liveOn = &stream;
 }
 
 void Console::endLive() {
-    if (hasLive) out << "\r\x1b[K" << std::flush;
-    hasLive = false;
+    if (liveOn) *std::exchange(liveOn, nullptr) << "\r\x1b[K" << std::flush;
+}
+
+std::string Console::readAll() {
+    std::string text = std::exchange(pending, {});
+    char chunk[4096];
+    for (;;) {
+        const ssize_t length = ::read(input, chunk, sizeof chunk);
+        if (length < 0 && errno == EINTR) continue;
+        if (length <= 0) return text;
+        text.append(chunk, static_cast<std::size_t>(length));
+    }
 }
 
 std::optional<std::string> Console::readLine(const std::function<bool()>& giveUp) {

@@ -1,18 +1,14 @@
 #pragma once
 
-#include <concepts>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
-#include <type_traits>
-#include <variant>
 
 #include "OrvelKit/Base/SerialQueue.h"
 #include "OrvelKit/Secure/SecureHandshake.h"
 #include "OrvelKit/Wire/Control.h"
-#include "OrvelKit/Wire/Files.h"
-#include "OrvelKit/Wire/Media.h"
+#include "Phone/AgentLink.h"
 
 namespace orvel::phone {
 
@@ -33,41 +29,8 @@ class PhoneTransport;
 // then is Closed. Calls that send do nothing any more.
 //
 // A second set of calls misbehaves on purpose, for tests of what an agent bears.
-class PhoneConnection {
+class PhoneConnection : public AgentLink {
 public:
-    static constexpr Duration defaultTimeout = std::chrono::seconds(10);
-
-    // Why there is no connection (any more).
-    struct Closed {
-        enum class Reason {
-            noAddress,      // the host's name is not known
-            notConnected,   // refused, unreachable, no answer in time: see detail
-            closedByAgent,  // an orderly end
-            reset,          // any other end; also of an agent that has not read everything
-            nonsense,       // the agent sent what no agent sends: bad frame, bad seal, bad JSON
-            timedOut,       // the agent's part of the handshake did not come in time
-            closedHere,     // close(), abort()
-        } reason;
-        std::string detail;  // of the system or the decoder, for people; may be empty
-
-        std::string describe() const;  // one sentence
-        bool operator==(const Closed&) const = default;
-    };
-
-    // What arrived. A Frame is one that a phone does not expect: a handshake frame outside
-    // secure(), or an inner frame of kind handshake or sealed.
-    struct Event {
-        using Case =
-            std::variant<Control, VideoFormat, VideoFrame, AudioPacket, FileFrame, Frame, Closed>;
-        MonotonicTime arrivedAt;  // when its last byte was read
-        Case value;
-
-        // T: one of the cases above, or one of Control's (Welcome, Control::Pong, ...). Null when
-        // it is something else.
-        template <class T>
-        const T* as() const;
-    };
-
     // Counted since connect(); frames as they are inside the seal.
     struct Counts {
         std::uint64_t bytesReceived = 0, bytesSent = 0;  // on the wire
@@ -77,7 +40,7 @@ public:
     };
 
     explicit PhoneConnection(Identity identity);
-    ~PhoneConnection();  // close()
+    ~PhoneConnection() override;  // close()
     PhoneConnection(const PhoneConnection&) = delete;
     PhoneConnection& operator=(const PhoneConnection&) = delete;
 
@@ -107,22 +70,10 @@ public:
     Hello hello(std::string deviceName, std::optional<std::string> pin = {}) const;
 
     // Queues one sealed control; nothing before secure() has succeeded.
-    void send(const Control& control);
+    void send(const Control& control) override;
 
-    // The next event in order of arrival; nullopt when none came in time. After Closed: nullopt
-    // at once.
-    std::optional<Event> next(Duration timeout);
-
-    // The next event of type T (see Event::as), dropping all that came before it. nullopt when
-    // none came in time or the connection has ended without one.
-    template <class T>
-    std::optional<T> waitFor(Duration timeout = defaultTimeout);
-    // The same with a condition on the event.
-    template <class T, class Condition>
-    std::optional<T> waitFor(Duration timeout, Condition condition);
-
-    // Present from the moment of the end on, whether its event has been taken or not.
-    std::optional<Closed> closed() const;
+    std::optional<Event> next(Duration timeout) override;
+    std::optional<Closed> closed() const override;
     // Waits for it, dropping all other events.
     std::optional<Closed> waitClosed(Duration timeout = defaultTimeout);
 
@@ -154,31 +105,5 @@ private:
     const std::unique_ptr<SerialQueue> queue;
     const std::shared_ptr<PhoneTransport> transport;
 };
-
-template <class T>
-const T* PhoneConnection::Event::as() const {
-    if constexpr (std::same_as<T, Control> || std::same_as<T, VideoFormat> ||
-                  std::same_as<T, VideoFrame> || std::same_as<T, AudioPacket> ||
-                  std::same_as<T, FileFrame> || std::same_as<T, Frame> || std::same_as<T, Closed>) {
-        return std::get_if<T>(&value);
-    } else {
-        const auto* control = std::get_if<Control>(&value);
-        return control ? control->as<T>() : nullptr;
-    }
-}
-
-template <class T, class Condition>
-std::optional<T> PhoneConnection::waitFor(Duration timeout, Condition condition) {
-    const MonotonicTime deadline = std::chrono::steady_clock::now() + timeout;
-    while (auto event = next(deadline - std::chrono::steady_clock::now())) {
-        if (const T* found = event->template as<T>(); found && condition(*found)) return *found;
-    }
-    return std::nullopt;
-}
-
-template <class T>
-std::optional<T> PhoneConnection::waitFor(Duration timeout) {
-    return waitFor<T>(timeout, [](const T&) { return true; });
-}
 
 }  // namespace orvel::phone

@@ -56,6 +56,15 @@ int PhoneProgram::run(std::vector<std::string> arguments, Console& console,
     addWatch(app, chosen);
     addShot(app, chosen);
     addDisplays(app, chosen);
+    addMove(app, chosen);
+    addClick(app, chosen);
+    addDrag(app, chosen);
+    addScroll(app, chosen);
+    addKey(app, chosen);
+    addType(app, chosen);
+    addClip(app, chosen);
+    addList(app, chosen);
+    addGet(app, chosen);
     addPing(app, chosen);
 
     try {

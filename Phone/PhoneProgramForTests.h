@@ -77,7 +77,7 @@ protected:
         out = std::make_unique<Written>();
         err = std::make_unique<Written>();
         std::ostream outStream(out.get()), errStream(err.get());
-        Console console(input, outStream, errStream, false);
+        Console console(input, outStream, errStream, terminals);
         arguments.insert(arguments.begin(), {"--state-dir", state(), "--name", "Test phone"});
         return PhoneProgram::run(std::move(arguments), console, [this] { return network; });
     }
@@ -98,6 +98,7 @@ protected:
 
     TemporaryFolder folder;
     Discovered network;
+    Console::Terminals terminals;
     int input = -1, keyboard = -1;
     std::unique_ptr<Written> out = std::make_unique<Written>(), err = std::make_unique<Written>();
 };

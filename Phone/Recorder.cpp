@@ -9,20 +9,13 @@ extern "C" {
 #include <optional>
 #include <utility>
 
+#include "Phone/NumberedName.h"
+
 namespace orvel::phone {
 
 namespace {
 
 constexpr AVRational microseconds{1, 1'000'000};
-
-std::string numbered(const std::string& path, std::size_t number) {
-    if (number == 1) return path;
-    const std::size_t slash = path.find_last_of('/');
-    const std::size_t name = slash == std::string::npos ? 0 : slash + 1;
-    const std::size_t dot = path.find_last_of('.');
-    const std::size_t ending = dot == std::string::npos || dot <= name ? path.size() : dot;
-    return path.substr(0, ending) + "-" + std::to_string(number) + path.substr(ending);
-}
 
 }  // namespace
 
@@ -86,7 +79,7 @@ bool Recorder::finish(MonotonicTime now) {
 }
 
 bool Recorder::open(MonotonicTime start) {
-    const std::string name = numbered(path, paths.size() + 1);
+    const std::string name = numberedName(path, paths.size() + 1);
     auto opened = std::make_unique<File>();
     int error = avformat_alloc_output_context2(&opened->context, nullptr, "mp4", name.c_str());
     if (error < 0) return fail(name, error);

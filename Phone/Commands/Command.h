@@ -49,5 +49,14 @@ void addWatch(CLI::App& app, Command& chosen);
 void addShot(CLI::App& app, Command& chosen);
 void addDisplays(CLI::App& app, Command& chosen);
 void addPing(CLI::App& app, Command& chosen);
+void addMove(CLI::App& app, Command& chosen);
+void addClick(CLI::App& app, Command& chosen);
+void addDrag(CLI::App& app, Command& chosen);
+void addScroll(CLI::App& app, Command& chosen);
+void addKey(CLI::App& app, Command& chosen);
+void addType(CLI::App& app, Command& chosen);
+void addClip(CLI::App& app, Command& chosen);
+void addList(CLI::App& app, Command& chosen);
+void addGet(CLI::App& app, Command& chosen);
 
 }  // namespace orvel::phone
