@@ -9,6 +9,8 @@
 
 namespace orvel {
 
+class Defaults;
+
 // Puts pointer and keyboard events into the desktop session, as if they came from hardware. It
 // decides nothing: positions, clicks, drags, carries and flags come ready-made from InputInjector.
 //
@@ -21,7 +23,8 @@ namespace orvel {
 // key, is skipped.
 class EventPoster {
 public:
-    // Points of the desktop; the origin is the main display's top left corner, y grows downwards.
+    // Points of the desktop; y grows downwards. The origin is the system's: the main display's top
+    // left corner on a Mac, the root window's on X11.
     struct Point {
         double x = 0, y = 0;
         bool operator==(const Point&) const = default;
@@ -66,7 +69,9 @@ public:
     // `displayID` as ScreenSource has it; absent: the main display. nullopt: there is none such.
     virtual std::optional<Area> displayBounds(std::optional<std::uint32_t> displayID) = 0;
 
-    static std::unique_ptr<EventPoster> create();
+    // `defaults` outlives the poster. On Linux, where no key is called Command, the user default
+    // "commandKey" says what it acts as: "super", or else Control; read with each key.
+    static std::unique_ptr<EventPoster> create(Defaults& defaults);
 };
 
 }  // namespace orvel

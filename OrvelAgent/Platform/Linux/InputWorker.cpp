@@ -1,0 +1,204 @@
+#include "OrvelAgent/Platform/Linux/InputWorker.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "OrvelAgent/Platform/Linux/X11Input.h"
+#include "OrvelKit/Base/QueueIo.h"
+
+using namespace std::chrono_literals;
+
+namespace orvel {
+
+namespace {
+
+// Between attempts to connect: they double. Whoever asks may have one sooner.
+constexpr Duration firstPatience = 500ms, lastPatience = 8s, askingPatience = 1s;
+
+}  // namespace
+
+struct InputWorker::Connection {
+    Connection(boost::asio::io_context& io, const std::string& display)
+        : input(display), socket(io) {
+        boost::system::error_code error;
+        socket.assign(input.descriptor(), error);
+        if (error) throw X11Failure("the X server's socket cannot be waited for");
+    }
+    // The descriptor is the X connection's.
+    ~Connection() {
+        if (socket.is_open()) socket.release();
+    }
+    X11Input input;
+    boost::asio::posix::stream_descriptor socket;
+    bool isWaiting = false;
+};
+
+InputWorker::InputWorker(SerialQueue& inputQueue, std::string display)
+    : queue(inputQueue), displayName(std::move(display)), patience(firstPatience) {}
+
+InputWorker::~InputWorker() = default;
+
+std::optional<EventPoster::Point> InputWorker::pointer() const {
+    const std::lock_guard hold(mutex);
+    return knownPointer;
+}
+
+std::optional<EventPoster::Area> InputWorker::display(
+    std::optional<std::uint32_t> displayID) const {
+    const std::lock_guard hold(mutex);
+    const auto found = std::find_if(
+        knownMonitors.begin(), knownMonitors.end(),
+        [&](const X11Monitor& each) { return displayID ? each.id == *displayID : each.isMain; });
+    if (found == knownMonitors.end()) return std::nullopt;
+    const Rect& area = found->area;
+    return EventPoster::Area{
+        {double(area.x), double(area.y)}, double(area.width), double(area.height)};
+}
+
+void InputWorker::interrupt() {
+    const std::lock_guard hold(mutex);
+    isInterrupted = true;
+    if (descriptor >= 0) shutdown(descriptor, SHUT_RDWR);
+}
+
+Timer InputWorker::after(Duration delay, Step step) {
+    return queue.after(delay, [weak = weak_from_this(), step] {
+        if (const auto self = weak.lock()) {
+            self->queue.assertCurrent();
+            self->attempt(step);
+        }
+    });
+}
+
+void InputWorker::attempt(Step step) {
+    if (hasEnded) return;
+    try {
+        (this->*step)();
+        followServer();
+    } catch (const X11Failure&) {
+        lose();
+    }
+}
+
+void InputWorker::begin() {
+    queue.assertCurrent();
+    attempt(&InputWorker::connect);
+}
+
+void InputWorker::work() {
+    queue.assertCurrent();
+    attempt(&InputWorker::postEvents);
+}
+
+void InputWorker::refresh() {
+    queue.assertCurrent();
+    if (!nextLook.isPending()) attempt(connection ? &InputWorker::look : &InputWorker::connect);
+}
+
+void InputWorker::end() {
+    queue.assertCurrent();
+    if (std::exchange(hasEnded, true)) return;
+    resume.cancel();
+    nextLook.cancel();
+    reconnect.cancel();
+    try {
+        if (connection) connection->input.end();
+    } catch (const X11Failure&) {
+        // Nothing is held on a server that has gone.
+    }
+    {
+        const std::lock_guard hold(mutex);
+        descriptor = -1;
+    }
+    connection.reset();
+}
+
+void InputWorker::connect() {
+    if (connection || (lastAttempt && queue.now() - *lastAttempt < firstPatience)) return;
+    lastAttempt = queue.now();
+    reconnect.cancel();
+    connection = std::make_shared<Connection>(ioContext(queue), displayName);
+    patience = firstPatience;
+    {
+        const std::lock_guard hold(mutex);
+        descriptor = connection->input.descriptor();
+        if (isInterrupted) throw X11Failure("interrupted");
+    }
+    publish();
+    nextLook = after(PointerWatch::interval, &InputWorker::look);
+}
+
+void InputWorker::lose() {
+    {
+        const std::lock_guard hold(mutex);
+        descriptor = -1;
+        knownPointer.reset();
+        knownMonitors.clear();
+    }
+    connection.reset();
+    pending.clear();
+    backlog.take();
+    resume.cancel();
+    nextLook.cancel();
+    reconnect = after(patience, &InputWorker::connect);
+    patience = std::min(2 * patience, lastPatience);
+}
+
+void InputWorker::postEvents() {
+    if (resume.isPending()) return;
+    if (!connection) {
+        backlog.take();
+        if (!lastAttempt || queue.now() - *lastAttempt >= askingPatience) connect();
+        return;
+    }
+    auto more = backlog.take();
+    std::move(more.begin(), more.end(), std::back_inserter(pending));
+    while (!pending.empty()) {
+        if (const auto pause = connection->input.post(pending.front())) {
+            connection->input.flush();
+            resume = after(*pause, &InputWorker::postEvents);
+            return;
+        }
+        pending.pop_front();
+    }
+    connection->input.flush();
+}
+
+void InputWorker::look() {
+    if (!connection) return;
+    if (connection->input.look()) nextLook = after(PointerWatch::interval, &InputWorker::look);
+}
+
+// Whatever was just done may have read events along with its answers: of those the socket does not
+// tell.
+void InputWorker::followServer() {
+    if (!connection) return;
+    if (connection->input.readEvents() && !nextLook.isPending()) look();
+    while (connection->input.readEvents()) {
+        if (!nextLook.isPending()) nextLook = after(0s, &InputWorker::look);
+    }
+    publish();
+    if (std::exchange(connection->isWaiting, true)) return;
+    connection->socket.async_wait(
+        boost::asio::posix::stream_descriptor::wait_read,
+        [weak = weak_from_this(), waiting = std::weak_ptr(connection)](const auto&) {
+            const auto self = weak.lock();
+            if (!self) return;
+            self->queue.assertCurrent();
+            const auto waited = waiting.lock();
+            if (!waited || waited != self->connection) return;
+            waited->isWaiting = false;
+            self->attempt(&InputWorker::noteEvents);
+        });
+}
+
+void InputWorker::publish() {
+    const auto [x, y] = connection->input.pointer();
+    const std::lock_guard hold(mutex);
+    knownPointer = {double(x), double(y)};
+    knownMonitors = connection->input.monitors();
+}
+
+}  // namespace orvel
