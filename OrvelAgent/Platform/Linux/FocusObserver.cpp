@@ -1,0 +1,216 @@
+#include "OrvelAgent/Platform/Linux/FocusObserver.h"
+
+#include <cstring>
+
+namespace orvel {
+
+namespace {
+
+constexpr auto connectLimit = std::chrono::seconds(1);
+constexpr auto startLimit = std::chrono::seconds(10);  // of the registry
+// Between two fields there is a moment in which none has the focus.
+constexpr auto lossDelay = std::chrono::milliseconds(100);
+// A window that becomes active tells by itself what is focused, as a rule. Browsers need some time
+// to describe a page that nobody asked for before.
+constexpr std::chrono::milliseconds searchDelays[] = {std::chrono::milliseconds(150),
+                                                      std::chrono::milliseconds(2000)};
+constexpr std::size_t mostInquiries = 8;
+
+constexpr const char* registry = "org.a11y.atspi.Registry";
+constexpr const char* registryPath = "/org/a11y/atspi/registry";
+constexpr const char* events[] = {"object:state-changed:focused", "window:activate",
+                                  "window:deactivate"};
+constexpr const char* matches[] = {
+    "type='signal',interface='org.a11y.atspi.Event.Object',member='StateChanged',arg0='focused'",
+    "type='signal',interface='org.a11y.atspi.Event.Window',member='Activate'",
+    "type='signal',interface='org.a11y.atspi.Event.Window',member='Deactivate'",
+    "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+    "member='NameOwnerChanged'"};
+
+bool is(const char* text, const char* other) {
+    return std::strcmp(text, other) == 0;
+}
+
+}  // namespace
+
+FocusObserver::FocusObserver(SerialQueue& observingQueue) : queue(observingQueue) {}
+
+void FocusObserver::connect(const std::string& address) {
+    queue.assertCurrent();
+    forget();
+    searching.cancel();
+    activeApplication.clear();
+    inquiries.clear();
+    mustInquire = false;
+    bus.reset();
+    if (address.empty()) return;
+    bus = std::make_shared<AsyncBus>(queue);
+    bus->onSignal = [weak = weak_from_this()](const BusSignal& signal) {
+        const auto self = weak.lock();
+        if (!self) return;
+        self->queue.assertCurrent();
+        self->received(signal);
+    };
+    bus->onClosed = [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->connect({});
+    };
+    if (!bus->open(address, connectLimit)) return bus.reset();
+    for (const char* match : matches)
+        bus->listen(match);
+    registerEvents();
+    // Whatever has the focus already.
+    const AccessibleTree tree(bus);
+    tree.applications([weak = weak_from_this(), tree](const std::vector<AccessibleRef>& all) {
+        for (const auto& root : all) {
+            tree.activeWindow(root.application, [weak](const std::optional<AccessibleRef>& window) {
+                const auto self = weak.lock();
+                if (!self || !window) return;
+                self->queue.assertCurrent();
+                if (self->activeApplication.empty()) self->activated(*window);
+            });
+        }
+    });
+}
+
+void FocusObserver::registerEvents() {
+    for (const char* event : events) {
+        bus->call(
+            {registry, registryPath, registry, "RegisterEvent"}, g_variant_new("(s)", event),
+            startLimit, [](GVariant*) {}, true);
+    }
+}
+
+void FocusObserver::received(const BusSignal& signal) {
+    if (is(signal.member, "NameOwnerChanged")) {
+        if (!g_variant_is_of_type(signal.body, G_VARIANT_TYPE("(sss)"))) return;
+        const char *name = nullptr, *before = nullptr, *after = nullptr;
+        g_variant_get(signal.body, "(&s&s&s)", &name, &before, &after);
+        if (*after == 0) return vanished(name);
+        // A new one knows nothing of us. The first may hear it twice.
+        if (is(name, registry)) registerEvents();
+        return;
+    }
+    const AccessibleRef source{signal.sender, signal.path};
+    if (is(signal.member, "Activate")) return activated(source);
+    if (is(signal.member, "Deactivate")) {
+        if (activeApplication == source.application) activeApplication.clear();
+        if (focused && focused->application == source.application) lost();
+        return;
+    }
+    // Which state, whether it is set, and more, whose types differ between toolkits.
+    if (!is(signal.member, "StateChanged") || g_variant_n_children(signal.body) < 2) return;
+    const GVariantPtr state(g_variant_get_child_value(signal.body, 0));
+    const GVariantPtr isSet(g_variant_get_child_value(signal.body, 1));
+    if (!g_variant_is_of_type(state.get(), G_VARIANT_TYPE_STRING) ||
+        !g_variant_is_of_type(isSet.get(), G_VARIANT_TYPE_INT32) ||
+        !is(g_variant_get_string(state.get(), nullptr), "focused")) {
+        return;
+    }
+    if (g_variant_get_int32(isSet.get()) != 0) {
+        gained(source);
+    } else if (focused == source) {
+        lost();
+    }
+}
+
+void FocusObserver::vanished(const std::string& application) {
+    if (activeApplication == application) activeApplication.clear();
+    if (focused && focused->application == application) forget();
+}
+
+void FocusObserver::gained(const AccessibleRef& element) {
+    if (activeApplication == element.application) return follow(element);
+    // A window in the background may move its focus too: then it is not the keyboard's.
+    AccessibleTree(bus).activeWindow(
+        element.application,
+        [weak = weak_from_this(), element](const std::optional<AccessibleRef>& window) {
+            const auto self = weak.lock();
+            if (!self || !window) return;
+            self->queue.assertCurrent();
+            self->activeApplication = element.application;
+            self->follow(element);
+        });
+}
+
+void FocusObserver::lost() {
+    losing = queue.after(lossDelay, [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self) return;
+        self->queue.assertCurrent();
+        self->forget();
+    });
+}
+
+void FocusObserver::follow(const AccessibleRef& element) {
+    losing.cancel();
+    searching.cancel();
+    focused = element;
+    inquire(element);
+}
+
+void FocusObserver::inquire(const AccessibleRef& element) {
+    // Most say everything twice.
+    const auto key = element.application + element.path;
+    if (inquiries.count(key) != 0) return;
+    mustInquire = inquiries.size() >= mostInquiries;
+    if (mustInquire) return;
+    inquiries.insert(key);
+    AccessibleTree(bus).describe(
+        element, [weak = weak_from_this(), element](const std::optional<AccessibleState>& state) {
+            const auto self = weak.lock();
+            if (!self) return;
+            self->queue.assertCurrent();
+            self->described(element, state);
+        });
+}
+
+void FocusObserver::described(const AccessibleRef& element,
+                              const std::optional<AccessibleState>& state) {
+    inquiries.erase(element.application + element.path);
+    if (focused == element) {
+        const bool isThere = state && !state->has(AccessibleState::defunct);
+        report(isThere ? std::optional(state->element()) : std::nullopt);
+    } else if (focused && mustInquire) {
+        inquire(*focused);
+    }
+}
+
+void FocusObserver::activated(const AccessibleRef& window) {
+    activeApplication = window.application;
+    if (focused && focused->application != window.application) lost();
+    AccessibleTree(bus).wake(window);
+    searchSoon(window, 0);
+}
+
+void FocusObserver::searchSoon(const AccessibleRef& window, std::size_t tries) {
+    if (tries == std::size(searchDelays)) return;
+    searching = queue.after(searchDelays[tries], [weak = weak_from_this(), window, tries] {
+        const auto self = weak.lock();
+        if (!self) return;
+        self->queue.assertCurrent();
+        if (self->activeApplication != window.application) return;
+        self->searchSoon(window, tries + 1);
+        AccessibleTree(self->bus).focusedElement(
+            window, [weak, window](const std::optional<AccessibleRef>& found) {
+                const auto searcher = weak.lock();
+                if (!searcher || !found) return;
+                searcher->queue.assertCurrent();
+                // Unless it has moved meanwhile.
+                if (searcher->searching.isPending() || !searcher->focused) searcher->follow(*found);
+            });
+    });
+}
+
+void FocusObserver::forget() {
+    losing.cancel();
+    focused.reset();
+    report(std::nullopt);
+}
+
+void FocusObserver::report(const std::optional<Element>& element) {
+    if (element == reported) return;
+    reported = element;
+    if (const auto callback = onElement) callback(element);
+}
+
+}  // namespace orvel
