@@ -6,8 +6,9 @@
 
 #include <cmath>
 #include <cstring>
-#include <numbers>
 #include <numeric>
+
+#include "Tests/Support/Tone.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -19,23 +20,8 @@ using Sample = PcmFormat::Sample;
 using Channel = std::vector<double>;
 using Sound = std::vector<Channel>;  // by channel
 
-Channel tone(double frequency, double sampleRate, std::size_t frames, double amplitude = 0.5) {
-    Channel channel(frames);
-    for (std::size_t i = 0; i < frames; ++i) {
-        const double phase = 2 * std::numbers::pi * frequency * static_cast<double>(i) / sampleRate;
-        channel[i] = amplitude * std::sin(phase);
-    }
-    return channel;
-}
-
-// The amplitude of `frequency` in sound of 48 kHz (Goertzel).
 double amplitudeOf(double frequency, const Channel& channel) {
-    const double factor = 2 * std::cos(2 * std::numbers::pi * frequency / 48'000);
-    double last = 0, before = 0;
-    for (const double sample : channel)
-        before = std::exchange(last, sample + factor * last - before);
-    const double power = last * last + before * before - factor * last * before;
-    return 2 * std::sqrt(power) / static_cast<double>(channel.size());
+    return std::abs(toneIn(channel, frequency));
 }
 
 void store(Bytes& bytes, Sample format, double sample) {

@@ -162,6 +162,10 @@ void ScreenStreamer::setEncodes(bool nowEncodes) {
 void ScreenStreamer::setAudio(bool isOn) {
     audioOn = isOn;
     audioQueue.post(onQueue([](ScreenStreamer& self) { self.audioEncoder.reset(); }));
+    queue.post(onQueue([](ScreenStreamer& self) {
+        self.queue.assertCurrent();
+        self.source->setCapturesAudio(self.audioOn);
+    }));
 }
 
 void ScreenStreamer::setSink(Sink newSink) {
@@ -224,6 +228,7 @@ void ScreenStreamer::startCapture(StartRequest request, const ScreenSource::Disp
     configuration.displayID = chosen->id;
     configuration.width = size.width;
     configuration.height = size.height;
+    configuration.capturesAudio = audioOn;
 
     ScreenSource::Handlers handlers;
     handlers.onSample = onQueue([id = request.id](ScreenStreamer& self, const auto& sample) {

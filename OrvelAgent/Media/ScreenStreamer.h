@@ -31,8 +31,8 @@ class VideoEncoder;
 // stop for an older number does nothing. Starts and stops never overlap.
 //
 // Owned by a shared_ptr. Functions may be called from any thread; they act on the capture queue in
-// the order of the calls; setAudio() on the audio queue. Destroying the streamer ends the capture;
-// nothing is called after that but what another thread has just begun to call.
+// the order of the calls, setAudio() also on the audio queue. Destroying the streamer ends the
+// capture; nothing is called after that but what another thread has just begun to call.
 class ScreenStreamer : public std::enable_shared_from_this<ScreenStreamer> {
 public:
     struct Display {
@@ -101,7 +101,8 @@ public:
     // Whether pictures are encoded; true at first. The internet session switches it off.
     void setEncodes(bool encodes);
 
-    // Whether sound is encoded; true at first. What was not yet a whole packet is forgotten.
+    // Whether sound is captured and encoded; true at first. What was not yet a whole packet is
+    // forgotten.
     void setAudio(bool isOn);
 
     // Receiver of every picture, and on a still screen of the last one four times a second; called

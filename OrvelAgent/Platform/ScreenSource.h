@@ -61,8 +61,9 @@ public:
         // A picture, or that there is no new one: a still screen delivers one idle sample when it
         // comes to rest and then nothing.
         std::function<void(const Sample&)> onSample;
-        // Sound, on the audio queue: the one handler that may still be called shortly after a stop.
-        // A computer that has none, or cannot give it, captures the picture alone.
+        // Sound, on the audio queue: the one handler that may still be called after stop() has
+        // returned, until its completion. A computer that has none, or cannot give it, captures
+        // the picture alone.
         std::function<void(const AudioSamples&)> onAudio;
         // The capture ended by itself: display unplugged, server gone, access withdrawn. Called
         // at most once; not after stop().
@@ -74,7 +75,11 @@ public:
     // nullopt: it runs. Handlers come only after that.
     virtual void start(const Configuration& configuration, Handlers handlers,
                        std::function<void(std::optional<CaptureError>)> completion) = 0;
-    // No handler but onAudio is called once this has returned. Without a capture it just completes.
+    // Changes Configuration::capturesAudio of the capture started last; without one it does
+    // nothing.
+    virtual void setCapturesAudio(bool captures) = 0;
+    // No handler but onAudio is called once this has returned, and none once it has completed.
+    // Without a capture it just completes.
     virtual void stop(std::function<void()> completion) = 0;
 
     // This system's. Costs nothing until the first call.

@@ -66,10 +66,10 @@ public:
                 {ScreenSource::SampleStatus::complete, std::move(image), queue.now()});
         });
     }
-    // Silence in the canonical format, if a capture runs when the capture queue gets to it.
+    // Silence in the canonical format, if sound is captured when the capture queue gets to it.
     void sound(std::size_t frameCount) {
         queue.post([this, frameCount] {
-            if (!running || !handlers.onAudio) return;
+            if (!running || !running->capturesAudio || !handlers.onAudio) return;
             audioQueue.post([onAudio = handlers.onAudio, frameCount] {
                 const Bytes channel(frameCount * sizeof(float));
                 const std::array<ByteView, 2> buffers{channel, channel};
@@ -139,6 +139,11 @@ public:
             }
             completion(screen->startError);
         });
+    }
+
+    void setCapturesAudio(bool captures) override {
+        queue.assertCurrent();
+        if (screen->running) screen->running->capturesAudio = captures;
     }
 
     void stop(std::function<void()> completion) override {

@@ -28,10 +28,6 @@ ScreenSource::DisplayList readDisplays(const std::string& display) {
 
 }  // namespace
 
-std::unique_ptr<ScreenSource> ScreenSource::create(SerialQueue& captureQueue, SerialQueue&) {
-    return std::make_unique<X11ScreenSource>(captureQueue);
-}
-
 X11ScreenSource::X11ScreenSource(SerialQueue& captureQueue, std::string displayName)
     : queue(captureQueue), display(std::move(displayName)) {}
 

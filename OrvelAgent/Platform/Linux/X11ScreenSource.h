@@ -9,7 +9,7 @@ namespace orvel {
 
 class X11Capture;
 
-// The monitors of an X server. It keeps no connection but that of a running capture, so a server
+// The monitors of an X server, without sound, which X has none of. It keeps no connection but that of a running capture, so a server
 // that went away and came back needs nothing special.
 class X11ScreenSource : public ScreenSource {
 public:
@@ -20,6 +20,7 @@ public:
     void listDisplays(std::function<void(DisplayList)> completion) override;
     void start(const Configuration& configuration, Handlers handlers,
                std::function<void(std::optional<CaptureError>)> completion) override;
+    void setCapturesAudio(bool) override {}
     void stop(std::function<void()> completion) override;
 
 private:

@@ -2,13 +2,15 @@
 
 #include <xcb/xcb.h>
 
-#include <mutex>
-
 namespace orvel {
 
+std::unique_lock<std::mutex> holdXConnecting() {
+    static std::mutex connecting;
+    return std::unique_lock(connecting);
+}
+
 xcb_connection_t* connectToXServer(const char* display, int* screenNumber) {
-    static std::mutex opening;
-    const std::lock_guard hold(opening);
+    const auto hold = holdXConnecting();
     return xcb_connect(display, screenNumber);
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <mutex>
+
 struct xcb_connection_t;
 
 namespace orvel {
@@ -8,5 +10,8 @@ namespace orvel {
 // authority file in a static buffer, so two connections must not be opened at once. Everything here
 // that connects to an X server does it through this. Never null; see xcb_connection_has_error().
 xcb_connection_t* connectToXServer(const char* display, int* screenNumber);
+
+// For libraries that connect by themselves: to be held while one of them may.
+std::unique_lock<std::mutex> holdXConnecting();
 
 }  // namespace orvel
