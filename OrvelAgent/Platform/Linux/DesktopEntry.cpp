@@ -133,7 +133,7 @@ std::optional<DesktopEntry> DesktopEntry::parse(std::string id, std::string_view
             entry.name = unescaped(value);
         }
     }
-    if (!isApplication && !entry.isDeleted) return std::nullopt;
+    if (!entry.isDeleted && (!isApplication || entry.name.empty())) return std::nullopt;
     return entry;
 }
 

@@ -12,8 +12,7 @@ namespace {
 constexpr std::uint32_t maxTargets = 4096;
 
 SelectionEncoding encodingOf(xcb_atom_t type, const SelectionAtoms& atoms) {
-    if (type == XCB_ATOM_STRING) return SelectionEncoding::latin1;
-    if (type == atoms.compoundText) return SelectionEncoding::compoundText;
+    if (type == XCB_ATOM_STRING || type == atoms.compoundText) return SelectionEncoding::latin1;
     if (type == atoms.textPlain || type == atoms.text) return SelectionEncoding::unstated;
     return SelectionEncoding::utf8;
 }
@@ -24,27 +23,6 @@ std::uint32_t wordsFor(std::size_t bytes) {
 }
 
 }  // namespace
-
-HelperWindow::HelperWindow(const X11Connection& x11)
-    : connection(x11.get()), window(xcb_generate_id(x11.get())) {
-    const std::uint32_t events = XCB_EVENT_MASK_PROPERTY_CHANGE;
-    xcb_create_window(connection, 0, window, x11.root(), -1, -1, 1, 1, 0,
-                      XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK,
-                      &events);
-}
-
-HelperWindow::HelperWindow(HelperWindow&& other) noexcept
-    : connection(other.connection), window(std::exchange(other.window, XCB_NONE)) {}
-
-HelperWindow& HelperWindow::operator=(HelperWindow&& other) noexcept {
-    std::swap(connection, other.connection);
-    std::swap(window, other.window);
-    return *this;
-}
-
-HelperWindow::~HelperWindow() {
-    if (window != XCB_NONE) xcb_destroy_window(connection, window);
-}
 
 SelectionReader::SelectionReader(const X11Connection& connection, const SelectionAtoms& names,
                                  xcb_timestamp_t now, std::size_t byteLimit)
@@ -78,9 +56,11 @@ bool SelectionReader::handle(const xcb_generic_event_t& event) {
     if (eventType(event) != XCB_PROPERTY_NOTIFY) return false;
     const auto& change = reinterpret_cast<const xcb_property_notify_event_t&>(event);
     if (change.window != window.id()) return false;
-    if (state == State::receivingPieces && change.atom == atoms.transfer &&
-        change.state == XCB_PROPERTY_NEW_VALUE) {
+    if (change.atom != atoms.transfer || change.state != XCB_PROPERTY_NEW_VALUE) return true;
+    if (state == State::receivingPieces) {
         readPiece();
+    } else if (state == State::passingOver) {
+        passOver();
     }
     return true;
 }
@@ -106,9 +86,8 @@ void SelectionReader::readTargets() {
     if (answer->format != 32) return finish(std::nullopt);
     const auto* begin = static_cast<const xcb_atom_t*>(xcb_get_property_value(answer.get()));
     const auto* end = begin + answer->value_len;
-    for (const xcb_atom_t target :
-         {atoms.textPlain, atoms.text, xcb_atom_t{XCB_ATOM_STRING}, atoms.compoundText,
-          atoms.textPlainUTF8, atoms.textPlainUtf8, atoms.utf8String}) {
+    for (const xcb_atom_t target : {atoms.textPlain, atoms.text, xcb_atom_t{XCB_ATOM_STRING},
+                                    atoms.textPlainUTF8, atoms.textPlainUtf8, atoms.utf8String}) {
         if (std::find(begin, end, target) != end) wanted.push_back(target);
     }
     askForNext();
@@ -155,15 +134,35 @@ void SelectionReader::readText() {
         return;
     }
     if (!append()) return finish(std::nullopt);
+    finishWithBytes();
+}
+
+void SelectionReader::finishWithBytes() {
+    // The escapes with which COMPOUND_TEXT goes beyond Latin-1: whoever needs them has
+    // UTF8_STRING as well, these days.
+    if (type == atoms.compoundText && bytes.find('\x1B') != std::string::npos) {
+        return finish(std::nullopt);
+    }
     finish(utf8From(encodingOf(type, atoms), std::move(bytes)));
 }
 
 void SelectionReader::readPiece() {
     ++answers;
     const std::size_t before = bytes.size();
-    if (!append()) return finish(std::nullopt);
+    if (!append()) {
+        state = State::passingOver;
+        bytes = {};
+        return passOver();
+    }
     // An empty piece is the end.
-    if (bytes.size() == before) finish(utf8From(encodingOf(type, atoms), std::move(bytes)));
+    if (bytes.size() == before) finishWithBytes();
+}
+
+void SelectionReader::passOver() {
+    ++answers;
+    xcb_atom_t typeFound = XCB_NONE;
+    if (sizeOfProperty(typeFound) == 0) state = State::over;
+    xcb_delete_property(x11.get(), window.id(), atoms.transfer);
 }
 
 }  // namespace orvel

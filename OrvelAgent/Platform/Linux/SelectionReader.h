@@ -7,24 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "OrvelAgent/Platform/Linux/HelperWindow.h"
 #include "OrvelAgent/Platform/Linux/SelectionAtoms.h"
 
 namespace orvel {
-
-// A window that nobody sees, to receive and to be asked with; gone with the object, as long as the
-// connection is.
-class HelperWindow {
-public:
-    explicit HelperWindow(const X11Connection& x11);
-    HelperWindow(HelperWindow&& other) noexcept;
-    HelperWindow& operator=(HelperWindow&& other) noexcept;
-    ~HelperWindow();
-    xcb_window_t id() const { return window; }
-
-private:
-    xcb_connection_t* connection;
-    xcb_window_t window;
-};
 
 // One reading of the clipboard as text, by asking its owner: which forms there are, then for the
 // best of them, in pieces when it is sent so (INCR). Each has a window of its own, so that several
@@ -38,8 +24,11 @@ public:
     // False: the event is somebody else's. Throws X11Failure.
     bool handle(const xcb_generic_event_t& event);
 
+    bool isDecided() const { return state == State::passingOver || state == State::over; }
+    // Nothing more comes. What is too long is taken from its owner all the same once that has begun
+    // to send it: there are programs that can give nothing else before.
     bool isOver() const { return state == State::over; }
-    // Once over; nullopt: there is no text, or it is too long.
+    // Once decided; nullopt: there is no text, or it is too long.
     std::optional<std::string> takeText() { return std::move(result); }
     // Grows with everything that comes.
     unsigned progress() const { return answers; }
@@ -49,15 +38,17 @@ public:
     HelperWindow takeWindow() { return std::move(window); }
 
 private:
-    enum class State { askedForTargets, askedForText, receivingPieces, over };
+    enum class State { askedForTargets, askedForText, receivingPieces, passingOver, over };
 
     void ask(xcb_atom_t target);
     void askForNext();
     void finish(std::optional<std::string> text);
+    void finishWithBytes();
     void answered(const xcb_selection_notify_event_t& answer);
     void readTargets();
     void readText();
     void readPiece();
+    void passOver();
     std::size_t sizeOfProperty(xcb_atom_t& type) const;
     bool append();
 

@@ -1,10 +1,7 @@
 #include "OrvelAgent/Platform/Linux/SelectionText.h"
 
-#include <unicode/ucnv.h>
-#include <unicode/unistr.h>
-
 #include <cstdint>
-#include <memory>
+#include <optional>
 
 #include "OrvelKit/Base/Unicode.h"
 
@@ -55,19 +52,6 @@ std::string utf8FromLatin1(std::string_view bytes) {
     return result;
 }
 
-std::string utf8FromCompoundText(std::string_view bytes) {
-    UErrorCode error = U_ZERO_ERROR;
-    const std::unique_ptr<UConverter, decltype(&ucnv_close)> converter(
-        ucnv_open("x11-compound-text", &error), ucnv_close);
-    if (U_FAILURE(error)) return utf8FromLatin1(bytes);
-    const icu::UnicodeString text(bytes.data(), static_cast<std::int32_t>(bytes.size()),
-                                  converter.get(), error);
-    if (U_FAILURE(error)) return utf8FromLatin1(bytes);
-    std::string result;
-    text.toUTF8String(result);
-    return result;
-}
-
 // nullopt: it is not in Latin-1. Of a whole, well-formed character.
 std::optional<char> latin1Character(std::string_view character) {
     if (character.size() == 1) return character[0];
@@ -86,8 +70,6 @@ std::string utf8From(SelectionEncoding encoding, std::string bytes) {
             return repaired(std::move(bytes));
         case SelectionEncoding::latin1:
             return utf8FromLatin1(bytes);
-        case SelectionEncoding::compoundText:
-            return utf8FromCompoundText(bytes);
         case SelectionEncoding::unstated:
             return wellFormedLength(bytes) == bytes.size() ? bytes : utf8FromLatin1(bytes);
     }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -10,9 +9,8 @@ namespace orvel {
 // How the text of a selection is encoded.
 enum class SelectionEncoding {
     utf8,
-    latin1,        // STRING
-    compoundText,  // COMPOUND_TEXT: ISO 2022 with X's extensions
-    unstated       // UTF-8 if it can be that, else Latin-1
+    latin1,   // STRING
+    unstated  // UTF-8 if it can be that, else Latin-1
 };
 
 // The text as well-formed UTF-8. What is no character becomes U+FFFD; zero bytes at the end, which

@@ -88,8 +88,10 @@ void X11Client::run(const std::function<void()>& task) {
     bool isLost = false;
     try {
         task();
-        handleEvents();
-        xcb_flush(link->x11.get());
+        do {
+            handleEvents();
+            xcb_flush(link->x11.get());
+        } while (hasReadEvents());
         watch();
     } catch (const X11Failure&) {
         isLost = true;
@@ -110,6 +112,15 @@ void X11Client::handleEvents() {
         if (!event) return;
         if (handlers.onEvent) handlers.onEvent(*event);
     }
+}
+
+// Sending reads as well, when the server does not take it all at once; the socket does not tell of
+// what has been read.
+bool X11Client::hasReadEvents() {
+    X11Message<xcb_generic_event_t> event(xcb_poll_for_queued_event(link->x11.get()));
+    if (!event) return false;
+    passedOver.push_back(std::move(event));
+    return true;
 }
 
 void X11Client::watch() {

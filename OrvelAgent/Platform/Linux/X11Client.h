@@ -62,6 +62,7 @@ private:
     void lose() RUNS_ON(queue);
     void watch() RUNS_ON(queue);
     void handleEvents() RUNS_ON(queue);
+    bool hasReadEvents() RUNS_ON(queue);
 
     SerialQueue& queue;
     const std::string display;

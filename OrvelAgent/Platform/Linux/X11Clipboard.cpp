@@ -4,9 +4,10 @@
 
 #include <algorithm>
 #include <deque>
-#include <list>
+#include <optional>
 #include <utility>
 
+#include "OrvelAgent/Platform/Linux/HelperWindow.h"
 #include "OrvelAgent/Platform/Linux/SelectionAtoms.h"
 #include "OrvelAgent/Platform/Linux/SelectionOwner.h"
 #include "OrvelAgent/Platform/Linux/SelectionReader.h"
@@ -21,11 +22,9 @@ constexpr std::size_t maxOldWindows = 8;
 }  // namespace
 
 struct X11Clipboard::Reading {
-    std::uint64_t number;
-    SelectionReader reader;
-    Completion completion;
-    MonotonicTime deadline;
-    Timer patience = {};
+    std::size_t maxBytes;
+    Completion completion;                       // until it is called
+    std::optional<SelectionReader> reader = {};  // once it is its turn
 };
 
 struct X11Clipboard::Session {
@@ -48,8 +47,11 @@ struct X11Clipboard::Session {
     HelperWindow window;
     SelectionOwner owner;
     int ownerEvent = 0;
-    std::list<Reading> readings;
-    std::uint64_t lastReading = 0;
+    // The first one is under way. One after the other: not every owner can send several long texts
+    // at once.
+    std::deque<Reading> readings;
+    MonotonicTime readingEnds;
+    Timer patience;
     std::deque<HelperWindow> oldWindows;
     bool isHandedOver = false;
 };
@@ -87,7 +89,7 @@ void X11Clipboard::beginSession() {
 
 void X11Clipboard::endSession() {
     if (!session) return;
-    giveUpAll();
+    giveUpReadings();
     session.reset();
 }
 
@@ -129,20 +131,26 @@ void X11Clipboard::handle(const xcb_generic_event_t& event) {
             return;
         }
     }
-    auto& readings = session->readings;
-    for (auto reading = readings.begin(); reading != readings.end(); ++reading) {
-        const auto progress = reading->reader.progress();
-        if (!reading->reader.handle(event)) continue;
-        if (reading->reader.isOver()) {
-            Reading finished = std::move(*reading);
-            readings.erase(reading);
-            finished.completion(finished.reader.takeText());
-        } else if (reading->reader.progress() != progress) {
-            waitFor(*reading, std::min<Duration>(readPatience, reading->deadline - queue.now()));
-        }
-        return;
+    if (!handleForReading(event)) session->owner.handle(event);
+}
+
+// False: the event is not for the reading that is under way.
+bool X11Clipboard::handleForReading(const xcb_generic_event_t& event) {
+    if (session->readings.empty()) return false;
+    auto& reading = session->readings.front();
+    auto& reader = *reading.reader;
+    const auto progress = reader.progress();
+    if (!reader.handle(event)) return false;
+    if (reader.isDecided() && reading.completion) {
+        std::exchange(reading.completion, nullptr)(reader.takeText());
     }
-    session->owner.handle(event);
+    if (reader.isOver()) {
+        session->readings.pop_front();
+        beginReading();
+    } else if (reader.progress() != progress) {
+        waitForReading();
+    }
+    return true;
 }
 
 void X11Clipboard::ownerChanged(const xcb_generic_event_t& event) {
@@ -152,7 +160,7 @@ void X11Clipboard::ownerChanged(const xcb_generic_event_t& event) {
     owner.release();
     if (change.subtype != XCB_XFIXES_SELECTION_EVENT_SET_SELECTION_OWNER) {
         // It has gone, and nobody answers its readers any more.
-        giveUpAll();
+        giveUpReadings();
     } else if (change.owner != XCB_NONE) {
         onCopy(writes);
     }
@@ -165,48 +173,45 @@ void X11Clipboard::read(std::size_t maxBytes, Completion completion) {
         if (own->size() > maxBytes) return completion(std::nullopt);
         return completion(*own);
     }
-    bool isBegun = false;
-    client->run([&] {
+    if (!session) return completion(std::nullopt);
+    session->readings.push_back({maxBytes, std::move(completion)});
+    if (session->readings.size() > 1) return;
+    client->run([this] {
         queue.assertCurrent();
-        beginReading(maxBytes, completion);
-        isBegun = true;
+        beginReading();
     });
-    if (!isBegun) completion(std::nullopt);
 }
 
-void X11Clipboard::beginReading(std::size_t maxBytes, const Completion& completion) {
+void X11Clipboard::beginReading() {
+    session->patience.cancel();
+    if (session->readings.empty()) return;
+    auto& reading = session->readings.front();
     const auto time = serverTime();
-    session->readings.push_back({++session->lastReading,
-                                 SelectionReader(client->x11(), session->atoms, time, maxBytes),
-                                 completion, queue.now() + readLimit});
-    waitFor(session->readings.back(), readPatience);
+    reading.reader.emplace(client->x11(), session->atoms, time, reading.maxBytes);
+    session->readingEnds = queue.now() + readLimit;
+    waitForReading();
 }
 
-void X11Clipboard::waitFor(Reading& reading, Duration limit) {
-    reading.patience = queue.after(limit, [this, number = reading.number] {
+void X11Clipboard::waitForReading() {
+    const auto limit = std::min<Duration>(readPatience, session->readingEnds - queue.now());
+    session->patience = queue.after(limit, [this] {
         queue.assertCurrent();
-        client->run([this, number] {
+        client->run([this] {
             queue.assertCurrent();
-            giveUp(number);
+            giveUpReadings();
         });
     });
 }
 
-void X11Clipboard::giveUp(std::uint64_t number) {
-    auto& readings = session->readings;
-    const auto reading = std::find_if(readings.begin(), readings.end(),
-                                      [&](const auto& each) { return each.number == number; });
-    if (reading == readings.end()) return;
-    session->oldWindows.push_back(reading->reader.takeWindow());
-    if (session->oldWindows.size() > maxOldWindows) session->oldWindows.pop_front();
-    const auto completion = std::move(reading->completion);
-    readings.erase(reading);
-    completion(std::nullopt);
-}
-
-void X11Clipboard::giveUpAll() {
-    while (!session->readings.empty())
-        giveUp(session->readings.front().number);
+// All of them wait for the same owner.
+void X11Clipboard::giveUpReadings() {
+    session->patience.cancel();
+    for (auto& reading : std::exchange(session->readings, {})) {
+        if (reading.reader) session->oldWindows.push_back(reading.reader->takeWindow());
+        if (reading.completion) reading.completion(std::nullopt);
+    }
+    while (session->oldWindows.size() > maxOldWindows)
+        session->oldWindows.pop_front();
 }
 
 void X11Clipboard::handOver(Duration limit) {

@@ -52,10 +52,10 @@ private:
     xcb_timestamp_t serverTime() RUNS_ON(queue);
     void handle(const xcb_generic_event_t& event) RUNS_ON(queue);
     void ownerChanged(const xcb_generic_event_t& event) RUNS_ON(queue);
-    void beginReading(std::size_t maxBytes, const Completion& completion) RUNS_ON(queue);
-    void waitFor(Reading& reading, Duration limit) RUNS_ON(queue);
-    void giveUp(std::uint64_t readingNumber) RUNS_ON(queue);
-    void giveUpAll() RUNS_ON(queue);
+    bool handleForReading(const xcb_generic_event_t& event) RUNS_ON(queue);
+    void beginReading() RUNS_ON(queue);
+    void waitForReading() RUNS_ON(queue);
+    void giveUpReadings() RUNS_ON(queue);
 
     SerialQueue& queue;
     const std::function<void(std::uint64_t)> onCopy;
