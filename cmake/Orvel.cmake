@@ -3,7 +3,7 @@
 find_package(Threads REQUIRED)
 find_package(OpenSSL 3 REQUIRED)
 find_package(PkgConfig REQUIRED)
-find_package(Boost 1.81 REQUIRED COMPONENTS json)
+find_package(Boost 1.81 REQUIRED COMPONENTS json url)
 find_package(GTest)
 
 add_library(orvel_options INTERFACE)

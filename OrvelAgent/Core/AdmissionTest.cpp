@@ -4,7 +4,7 @@
 
 #include "OrvelAgent/Core/PairedDevices.h"
 #include "OrvelAgent/Core/VideoFlow.h"
-#include "OrvelAgent/Platform/Fake/FakeDefaults.h"
+#include "OrvelKit/Base/FakeDefaults.h"
 
 namespace orvel {
 namespace {

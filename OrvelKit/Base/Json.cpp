@@ -201,6 +201,36 @@ void JsonWriter::string(std::string_view value) {
     text += '"';
 }
 
+void JsonWriter::value(const JsonValue& read) {
+    const json::value& found = valueAt(read.value);
+    if (const auto* object = found.if_object()) {
+        beginObject();
+        for (const auto& member : *object) {
+            key({member.key().data(), member.key().size()});
+            value(JsonValue(&member.value()));
+        }
+        endObject();
+    } else if (const auto* array = found.if_array()) {
+        beginArray();
+        for (const auto& element : *array)
+            value(JsonValue(&element));
+        endArray();
+    } else if (const auto truth = read.boolean()) {
+        boolean(*truth);
+    } else if (const auto signedNumber = read.integer()) {
+        integer(*signedNumber);
+    } else if (const auto unsignedNumber = read.unsignedInteger()) {
+        unsignedInteger(*unsignedNumber);
+    } else if (const auto real = read.number()) {
+        number(*real);
+    } else if (const auto characters = read.string()) {
+        string(*characters);
+    } else {
+        separate();
+        text += "null";
+    }
+}
+
 bool JsonValue::isNull() const {
     return valueAt(value).is_null();
 }

@@ -21,6 +21,8 @@ struct JsonError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+class JsonValue;
+
 // Writes one compact document. The caller keeps the order of calls: inside an object a key before
 // each value. Cannot fail.
 class JsonWriter {
@@ -39,6 +41,8 @@ public:
     void number(double value);
     // Each byte that belongs to no UTF-8 character becomes U+FFFD.
     void string(std::string_view value);
+    // A value that was read, all of it; of members with equal names the last.
+    void value(const JsonValue& read);
 
     std::string take() { return std::exchange(text, {}); }
 
@@ -69,6 +73,7 @@ public:
 
 private:
     friend class JsonDocument;
+    friend class JsonWriter;
     explicit JsonValue(const void* libraryValue) : value(libraryValue) {}
     const void* value;
 };

@@ -86,6 +86,23 @@ TEST(JsonWriter, escapesWhatMustBeAndRepairsWhatIsNoUtf8) {
     }
 }
 
+TEST(JsonWriter, writesAgainWhatWasRead) {
+    const std::pair<const char*, const char*> rows[] = {
+        {R"( { "a" : [ 1 , -2.50, 1e2, {} , [] ] , "b":{"c":null,"d":[true,false]} } )",
+         R"({"a":[1,-2.5,100,{},[]],"b":{"c":null,"d":[true,false]}})"},
+        {"[18446744073709551615,-9223372036854775808,0.1]",
+         "[18446744073709551615,-9223372036854775808,0.1]"},
+        {R"("\u00e7\n\"")", "\"\u00e7\\n\\\"\""},
+        {R"({"a":1,"a":2})", R"({"a":2})"},
+        {"null", "null"},
+    };
+    for (const auto& [text, expected] : rows) {
+        JsonWriter json;
+        json.value(JsonDocument(text).root());
+        EXPECT_EQ(json.take(), expected);
+    }
+}
+
 TEST(JsonDocument, readsDecimalsCorrectlyRounded) {
     const std::pair<const char*, double> rows[] = {
         {"0.3", 0.3},

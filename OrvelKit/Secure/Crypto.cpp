@@ -6,7 +6,9 @@
 #include <openssl/evp.h>
 #include <openssl/kdf.h>
 #include <openssl/params.h>
+#include <openssl/rand.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -23,6 +25,7 @@ struct Release {
 };
 using Key = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>>;
 using KeyContext = std::unique_ptr<EVP_PKEY_CTX, Release<EVP_PKEY_CTX_free>>;
+using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, Release<EVP_CIPHER_CTX_free>>;
 using Kdf = std::unique_ptr<EVP_KDF, Release<EVP_KDF_free>>;
 using KdfContext = std::unique_ptr<EVP_KDF_CTX, Release<EVP_KDF_CTX_free>>;
 
@@ -69,6 +72,71 @@ Bytes hkdfSha256(ByteView inputKey, ByteView salt, ByteView info, std::size_t le
     Bytes output(length);
     must(EVP_KDF_derive(context.get(), output.data(), output.size(), parameters) == 1, "hkdf");
     return output;
+}
+
+namespace {
+
+constexpr std::size_t nonceLength = 12, tagLength = 16;
+
+// Feeds `from` through the cipher; `to` is null for associated data.
+void update(EVP_CIPHER_CTX* cipher, std::uint8_t* to, ByteView from) {
+    constexpr std::size_t pieceLength = 1 << 20;  // the library counts in int
+    while (!from.empty()) {
+        const auto piece = from.first(std::min(from.size(), pieceLength));
+        int written = 0;
+        must(EVP_CipherUpdate(cipher, to, &written, piece.data(), static_cast<int>(piece.size())) ==
+                 1,
+             "chacha20-poly1305");
+        if (to) to += piece.size();
+        from = from.subspan(piece.size());
+    }
+}
+
+CipherContext beginBox(const SymmetricKey& key, const std::uint8_t* nonce, bool sealing) {
+    CipherContext cipher(EVP_CIPHER_CTX_new());
+    must(cipher && EVP_CipherInit_ex(cipher.get(), EVP_chacha20_poly1305(), nullptr, key.data(),
+                                     nonce, sealing) == 1,
+         "chacha20-poly1305");
+    return cipher;
+}
+
+bool finishBox(EVP_CIPHER_CTX* cipher) {
+    std::uint8_t none[1];
+    int written = 0;
+    return EVP_CipherFinal_ex(cipher, none, &written) == 1;
+}
+
+}  // namespace
+
+Bytes sealBox(const SymmetricKey& key, ByteView plaintext, ByteView associatedData) {
+    Bytes box(plaintext.size() + boxOverhead);
+    must(RAND_bytes(box.data(), nonceLength) == 1, "random bytes");
+    const auto cipher = beginBox(key, box.data(), true);
+    update(cipher.get(), nullptr, associatedData);
+    update(cipher.get(), box.data() + nonceLength, plaintext);
+    must(finishBox(cipher.get()) &&
+             EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_AEAD_GET_TAG, tagLength,
+                                 box.data() + nonceLength + plaintext.size()) == 1,
+         "chacha20-poly1305");
+    return box;
+}
+
+std::optional<Bytes> openBox(const SymmetricKey& key, ByteView box, ByteView associatedData) {
+    if (box.size() < boxOverhead) return std::nullopt;
+    const ErrorsLeftOut errors;
+    const auto tag = box.last(tagLength);
+    Bytes plaintext(box.size() - boxOverhead);
+    const auto cipher = beginBox(key, box.data(), false);
+    must(EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_AEAD_SET_TAG, tagLength,
+                             const_cast<std::uint8_t*>(tag.data())) == 1,
+         "chacha20-poly1305");
+    update(cipher.get(), nullptr, associatedData);
+    update(cipher.get(), plaintext.data(), box.subspan(nonceLength, plaintext.size()));
+    if (!finishBox(cipher.get())) {
+        wipe(plaintext);
+        return std::nullopt;
+    }
+    return plaintext;
 }
 
 bool equalInConstantTime(ByteView a, ByteView b) {

@@ -13,12 +13,21 @@ namespace orvel {
 // cause stops the process. Whoever is handed secret bytes wipes them (WipeAtEnd).
 
 using Digest = std::array<std::uint8_t, 32>;
+using SymmetricKey = std::array<std::uint8_t, 32>;
 
 Digest sha256(ByteView bytes);
 
 // HKDF with SHA-256 (RFC 5869): extract, then expand to `length` bytes. The input key is not empty,
 // `info` at most 1,024 bytes, `length` 1 to 8,160; the process stops otherwise.
 Bytes hkdfSha256(ByteView inputKey, ByteView salt, ByteView info, std::size_t length);
+
+// ChaCha20-Poly1305 (RFC 8439) in combined form: a random 12-byte nonce, the ciphertext, the
+// 16-byte tag. With random nonces one key may seal some 2^32 boxes. For a stream of boxes see
+// SecureSession.
+inline constexpr std::size_t boxOverhead = 12 + 16;
+Bytes sealBox(const SymmetricKey& key, ByteView plaintext, ByteView associatedData);
+// nullopt when it is shorter than boxOverhead or does not verify.
+std::optional<Bytes> openBox(const SymmetricKey& key, ByteView box, ByteView associatedData);
 
 // Compares in a time that does not depend on the content.
 bool equalInConstantTime(ByteView a, ByteView b);

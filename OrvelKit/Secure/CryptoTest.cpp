@@ -41,6 +41,41 @@ TEST(Crypto, hkdfGivesTheStandardsResults) {
     }
 }
 
+TEST(Crypto, aBoxOpensOnlyAsItWasSealed) {
+    // RFC 8439, section 2.8.2
+    SymmetricKey key;
+    for (std::size_t i = 0; i < key.size(); ++i)
+        key[i] = static_cast<std::uint8_t>(0x80 + i);
+    const auto data = hex("50515253c0c1c2c3c4c5c6c7");
+    const auto box =
+        hex("070000004041424344454647"
+            "d31a8d34648e60db7b86afbc53ef7ec2a4aded51296e08fea9e2b5a736ee62d6"
+            "3dbea45e8ca9671282fafb69da92728b1a71de0a9e060b2905d6a5b67ecd3b36"
+            "92ddbd7f2d778b8c9803aee328091b58fab324e4fad675945585808b4831d7bc"
+            "3ff4def08e4b7a9de576d26586cec64b6116"
+            "1ae10b594f09e26a7e902ecbd0600691");
+    const auto plaintext = bytesOf(
+        "Ladies and Gentlemen of the class of '99: If I could offer you only one tip for the "
+        "future, sunscreen would be it.");
+    EXPECT_EQ(openBox(key, box, data), copyOf(plaintext));
+    for (const std::size_t at : {std::size_t{0}, std::size_t{12}, box.size() - 1}) {
+        Bytes damaged = box;
+        damaged[at] ^= 1;
+        EXPECT_FALSE(openBox(key, damaged, data)) << at;
+    }
+    EXPECT_FALSE(openBox(key, box, {}));
+    EXPECT_FALSE(openBox({}, box, data));
+    for (const std::size_t length : {std::size_t{0}, boxOverhead - 1, boxOverhead}) {
+        EXPECT_FALSE(openBox(key, ByteView(box).first(length), data)) << length;
+    }
+
+    const auto sealed = sealBox(key, plaintext, data);
+    EXPECT_EQ(openBox(key, sealed, data), copyOf(plaintext));
+    EXPECT_NE(sealBox(key, plaintext, data), sealed) << "a nonce twice";
+    EXPECT_EQ(openBox(key, sealBox(key, {}, {}), {}), Bytes());
+    EXPECT_EQ(ERR_peek_error(), 0u);
+}
+
 TEST(Crypto, keyAgreementGivesTheStandardsResults) {
     struct Row {
         const char* name;

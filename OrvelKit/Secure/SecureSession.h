@@ -1,16 +1,14 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <exception>
 #include <memory>
 
 #include "OrvelKit/Base/Bytes.h"
+#include "OrvelKit/Secure/Crypto.h"
 #include "OrvelKit/Wire/FrameBuffer.h"
 
 namespace orvel {
-
-using SymmetricKey = std::array<std::uint8_t, 32>;
 
 // A box whose tag does not verify: wrong key, tampering, replay or reordering.
 struct AuthenticationError : std::exception {
