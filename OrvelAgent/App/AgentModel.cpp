@@ -8,17 +8,19 @@ namespace {
 constexpr const char* keepAwakeReason = "Orvel: telefondan erişilebilir kal";
 }
 
-AgentModel::AgentModel(SerialQueue& modelQueue, std::shared_ptr<AgentCore> agentCore,
-                       Defaults& modelDefaults, Permissions& modelPermissions, Power& modelPower)
-    : mainQueue(modelQueue),
-      core(std::move(agentCore)),
-      defaults(modelDefaults),
-      permissions(modelPermissions),
-      power(modelPower) {}
+AgentModel::AgentModel(Parts parts)
+    : mainQueue(parts.mainQueue),
+      core(std::move(parts.core)),
+      defaults(parts.defaults),
+      permissions(parts.permissions),
+      power(parts.power),
+      pasteboard(parts.pasteboard),
+      focus(std::make_shared<FocusWatcher>(mainQueue, parts.workspace, parts.textFocus)) {}
 
 void AgentModel::start() {
     keepAwake = defaults.boolean("keepAwake").value_or(true);
     wire();
+    startWatchers();
     core->start();
     applyKeepAwake();
     pollPermissions();
@@ -35,8 +37,7 @@ void AgentModel::wire() {
         if (self.onListening) self.onListening(port);
     });
     core->onStatus = whileAlive([](AgentModel& self, AgentCore::Status newStatus) {
-        self.status = std::move(newStatus);
-        if (self.onStatus) self.onStatus(self.status);
+        self.statusArrived(std::move(newStatus));
     });
     core->onPairingCode = whileAlive([](AgentModel& self, std::optional<std::string> code) {
         self.pairingCode = std::move(code);
@@ -47,9 +48,34 @@ void AgentModel::wire() {
             self.pairingRequest = std::move(request);
             if (self.onPairingRequest) self.onPairingRequest(self.pairingRequest);
         });
+    core->onClipboard = whileAlive([](AgentModel& self, std::string text) {
+        self.clipboard->setText(text);
+        if (self.onClipboard) self.onClipboard(text);
+    });
     core->onDevices = whileAlive([](AgentModel& self, std::vector<PairedDevice> list) {
         self.devicesArrived(std::move(list));
     });
+}
+
+void AgentModel::startWatchers() {
+    clipboard = std::make_shared<ClipboardWatcher>(mainQueue, pasteboard);
+    clipboard->onCopy = [core = core](std::string text) { core->sendClipboard(std::move(text)); };
+    clipboard->start();
+    focus->onFrontApp = [core = core](std::string bundleID, std::string name) {
+        core->sendFrontApp(std::move(bundleID), std::move(name));
+    };
+    focus->onTextFocus = [core = core](bool focused) { core->sendTextFocus(focused); };
+}
+
+void AgentModel::statusArrived(AgentCore::Status newStatus) {
+    status = std::move(newStatus);
+    // Each phone hears anew what is in front, also one that took over from another.
+    if (std::holds_alternative<AgentCore::Status::Connected>(status.value)) {
+        focus->start();
+    } else {
+        focus->stop();
+    }
+    if (onStatus) onStatus(status);
 }
 
 void AgentModel::devicesArrived(std::vector<PairedDevice> list) {
@@ -106,6 +132,7 @@ void AgentModel::allowPairing(const std::string& deviceID) {
 
 void AgentModel::quit(std::function<void()> completion) {
     poll.cancel();
+    focus->stop();
     core->shutDown([weak = weak_from_this(), completion = std::move(completion)] {
         if (auto self = weak.lock(); self && self->sleepAssertion != 0) {
             self->power.release(std::exchange(self->sleepAssertion, 0));

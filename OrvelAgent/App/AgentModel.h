@@ -7,18 +7,31 @@
 #include <vector>
 
 #include "OrvelAgent/Core/AgentCore.h"
+#include "OrvelAgent/Desk/ClipboardWatcher.h"
+#include "OrvelAgent/Desk/FocusWatcher.h"
 
 namespace orvel {
 
 // The state behind whatever a person sees of the agent: a window or the lines of a headless run.
-// It turns the core's callbacks into fields, watches the permissions and keeps the computer awake.
+// It turns the core's callbacks into fields, watches the permissions, keeps the computer awake, and
+// tells the phone what happens here: clipboard, application in front, focus in a text.
 // Belongs to the main queue: every call, field and callback is there. Lives as long as the program.
 class AgentModel : public std::enable_shared_from_this<AgentModel> {
 public:
     static constexpr std::chrono::seconds permissionPollInterval{2};
 
-    AgentModel(SerialQueue& mainQueue, std::shared_ptr<AgentCore> core, Defaults& defaults,
-               Permissions& permissions, Power& power);
+    struct Parts {
+        SerialQueue& mainQueue;
+        std::shared_ptr<AgentCore> core;
+        Defaults& defaults;
+        Permissions& permissions;
+        Power& power;
+        Pasteboard& pasteboard;
+        Workspace& workspace;
+        TextFocus& textFocus;
+    };
+
+    explicit AgentModel(Parts parts);
 
     // Told after the field of the same name has changed, in the core's order; set before start().
     std::function<void(std::uint16_t)> onListening;
@@ -26,6 +39,8 @@ public:
     std::function<void(const std::optional<std::string>&)> onPairingCode;
     std::function<void(const std::optional<PairingRequest>&)> onPairingRequest;
     std::function<void(const std::vector<PairedDevice>&)> onDevices;
+    // Text that the phone has put on the clipboard; no field keeps it.
+    std::function<void(const std::string&)> onClipboard;
     // A phone that was not paired when the model last heard is paired now.
     std::function<void(const PairedDevice&)> onNewlyPaired;
 
@@ -53,6 +68,8 @@ public:
 
 private:
     void wire();
+    void startWatchers();
+    void statusArrived(AgentCore::Status newStatus);
     void pollPermissions();
     void applyKeepAwake();
     void devicesArrived(std::vector<PairedDevice> list);
@@ -62,8 +79,11 @@ private:
     Defaults& defaults;
     Permissions& permissions;
     Power& power;
-    std::uint32_t sleepAssertion = 0;  // 0: none held
-    bool devicesKnown = false;         // the first list only tells what was paired before
+    Pasteboard& pasteboard;
+    const std::shared_ptr<FocusWatcher> focus;    // runs while a phone is connected
+    std::shared_ptr<ClipboardWatcher> clipboard;  // from start() on
+    std::uint32_t sleepAssertion = 0;             // 0: none held
+    bool devicesKnown = false;  // the first list only tells what was paired before
     Timer poll;
 };
 

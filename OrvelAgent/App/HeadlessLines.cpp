@@ -67,6 +67,10 @@ std::string pairingRequest(const std::optional<PairingRequest>& request) {
                 json::object{{"deviceID", request->deviceID}, {"name", request->name}});
 }
 
+std::string clipboard(const std::string& text) {
+    return line("clipboard", json::value(text));
+}
+
 std::string devices(const std::vector<PairedDevice>& devices) {
     json::array list;
     for (const PairedDevice& device : devices) {

@@ -18,6 +18,7 @@ std::string listening(std::uint16_t port);
 std::string status(const AgentCore::Status& status);
 std::string pairingCode(const std::optional<std::string>& code);
 std::string pairingRequest(const std::optional<PairingRequest>& request);
+std::string clipboard(const std::string& text);
 std::string devices(const std::vector<PairedDevice>& devices);
 std::string error(const std::string& description);
 

@@ -61,23 +61,31 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
     StateStores stores = StateStores::create(location);
     const auto permissions = Permissions::create();
     const auto power = Power::create();
+    const auto files = FileSystem::create();
+    const auto poster = EventPoster::create(*stores.defaults);
 
     // Queues outlive what runs on them: they go last, and "orvel.agent" before the ones it posts
     // to.
     SerialQueue mainQueue("main", SerialQueue::Kind::callersThread);
     SerialQueue captureQueue("orvel.capture");
     SerialQueue audioQueue("orvel.audio");
+    SerialQueue filesQueue("orvel.files");
     SerialQueue agentQueue("orvel.agent");
 
     AgentCore::Options options{run.name, run.port, run.address};
     auto core = AgentCore::make(
-        {agentQueue, captureQueue, audioQueue, mainQueue, *stores.defaults, *stores.secrets,
-         *permissions, *power, host, ScreenSource::create(captureQueue, audioQueue),
+        {agentQueue, captureQueue, audioQueue, filesQueue, mainQueue, *stores.defaults,
+         *stores.secrets, *permissions, *power, host, *poster, *files,
+         ScreenSource::create(captureQueue, audioQueue),
          [](const auto& specification) { return CompressionSession::create(specification); },
          makeTcpListener(agentQueue), run.advertise ? ServiceAdvertiser::create() : nullptr},
         options);
-    const auto model =
-        std::make_shared<AgentModel>(mainQueue, core, *stores.defaults, *permissions, *power);
+    const auto pasteboard = Pasteboard::create(mainQueue);
+    const auto workspace = Workspace::create(mainQueue);
+    const auto textFocus = TextFocus::create(mainQueue);
+    const auto model = std::make_shared<AgentModel>(
+        AgentModel::Parts{mainQueue, core, *stores.defaults, *permissions, *power, *pasteboard,
+                          *workspace, *textFocus});
     model->onNewlyPaired = logNewlyPaired;
 
     Ending ending(mainQueue, *model);

@@ -63,17 +63,23 @@ AgentCore::AgentCore(Parts parts, const Options& coreOptions)
                                                 std::move(parts.compression))),
       lan(queue, std::move(parts.listener), std::move(parts.advertiser), identity),
       devices(defaults),
-      dispatch({
-          [this](PhoneLink& link, const Hello& hello) {
-              queue.assertCurrent();
-              handleHello(link, hello);
-          },
-          [this](PhoneLink& link, std::uint32_t displayID) {
-              queue.assertCurrent();
-              selectDisplay(link, displayID);
-          },
-          [this] { streamer->requestKeyframe(); },
-      }),
+      dispatch({parts.queue, parts.filesQueue, parts.poster, parts.files, parts.host.homeFolder(),
+                streamer},
+               {
+                   [this](PhoneLink& link, const Hello& hello) {
+                       queue.assertCurrent();
+                       handleHello(link, hello);
+                   },
+                   [this](PhoneLink& link, std::uint32_t displayID) {
+                       queue.assertCurrent();
+                       selectDisplay(link, displayID);
+                   },
+                   [this](const std::string& text) {
+                       onMain([text](AgentCore& core) {
+                           if (core.onClipboard) core.onClipboard(text);
+                       });
+                   },
+               }),
       streamPixels(Admission::defaultPixels) {
     pairing.onCode = [this](std::optional<std::string> code) {
         onMain([code = std::move(code)](AgentCore& core) {
@@ -221,6 +227,27 @@ void AgentCore::setRemoteAccess(RemoteAccess mode) {
     onQueue([mode](AgentCore& core) { core.defaults.set("remoteAccess", rawValue(mode)); });
 }
 
+void AgentCore::sendClipboard(std::string text) {
+    tellPhone({Control::Clipboard{std::move(text)}});
+}
+
+void AgentCore::sendFrontApp(std::string bundleID, std::string name) {
+    tellPhone({Control::FrontApp{std::move(bundleID), std::move(name)}});
+}
+
+void AgentCore::sendTextFocus(bool focused) {
+    tellPhone({Control::TextFocus{focused}});
+}
+
+void AgentCore::tellPhone(Control control) {
+    onQueue([control = std::move(control)](AgentCore& core) {
+        core.queue.assertCurrent();
+        // Its welcome is the first that a phone hears.
+        if (core.active && core.active->isAuthenticated() && core.welcomed)
+            core.active->sendControl(control);
+    });
+}
+
 void AgentCore::sessionArrived(std::shared_ptr<ClientSession> session) {
     const auto weak = weak_from_this();
     const std::weak_ptr<ClientSession> weakSession = session;
@@ -237,7 +264,7 @@ void AgentCore::sessionArrived(std::shared_ptr<ClientSession> session) {
         auto link = weakSession.lock();
         if (!self || !link) return;
         self->queue.assertCurrent();
-        self->dispatch.dispatch(control, *link, self->isActive(*link));
+        self->dispatch.dispatch(control, link, self->isActive(*link));
     };
     session->onEnd = [weak, weakSession] {
         auto self = weak.lock();
@@ -261,6 +288,7 @@ void AgentCore::sessionSecured(const std::shared_ptr<ClientSession>& session) {
 void AgentCore::linkEnded(const PhoneLink& link) {
     const auto ended = linkOf(link);
     links.erase(&link);
+    dispatch.linkEnded(link, isActive(link));
     if (!isActive(link)) return;
     active.reset();
     welcomed = false;
@@ -330,6 +358,7 @@ void AgentCore::startCapture(const std::shared_ptr<PhoneLink>& link, bool isAdmi
                 if (!waiting) return;
                 if (const auto* display = std::get_if<ScreenStreamer::Display>(&result)) {
                     if (!core.isActive(*waiting)) return;
+                    core.dispatch.displayCaptured(display->id);
                     core.sendWelcome(*waiting, *display);
                     if (isAdmission) {
                         core.setStatus({Status::Connected{waiting->name(), waiting->isInternet()}});

@@ -60,12 +60,15 @@ public:
         SerialQueue& queue;         // "orvel.agent"
         SerialQueue& captureQueue;  // "orvel.capture"
         SerialQueue& audioQueue;    // "orvel.audio"
+        SerialQueue& filesQueue;    // "orvel.files"
         SerialQueue& mainQueue;
         Defaults& defaults;
         SecretStore& secrets;
         Permissions& permissions;
         Power& power;
         HostInfo& host;
+        EventPoster& poster;
+        FileSystem& files;
         std::unique_ptr<ScreenSource> screen;  // made with captureQueue and audioQueue
         CompressionSession::Factory compression;
         std::unique_ptr<Listener> listener;             // on `queue`
@@ -83,6 +86,7 @@ public:
     std::function<void(Status)> onStatus;
     std::function<void(std::optional<std::string>)> onPairingCode;        // nullopt hides it
     std::function<void(std::optional<PairingRequest>)> onPairingRequest;  // nullopt: withdrawn
+    std::function<void(std::string)> onClipboard;  // text that the phone puts on the clipboard
     std::function<void(std::vector<PairedDevice>)> onDevices;
     std::function<void(std::uint16_t port)> onListening;
 
@@ -103,6 +107,11 @@ public:
     void allowPairing(const std::string& deviceID);
     void setRemoteAccess(RemoteAccess mode);
 
+    // What happens on this computer: told to the active phone, if there is one.
+    void sendClipboard(std::string text);
+    void sendFrontApp(std::string bundleID, std::string name);
+    void sendTextFocus(bool focused);
+
 private:
     AgentCore(Parts parts, const Options& options);
     void wire();
@@ -119,6 +128,7 @@ private:
     void selectDisplay(PhoneLink& link, std::uint32_t displayID) RUNS_ON(queue);
     void sendVideo(FrameBuffer frame, bool isKeyframe) RUNS_ON(queue);
     void sendAudio(const AudioPacket& packet) RUNS_ON(queue);
+    void tellPhone(Control control);
 
     void setStatus(Status status) RUNS_ON(queue);
     void publishDevices() RUNS_ON(queue);
@@ -140,7 +150,7 @@ private:
     LanService lan OWNED_BY(queue);
     PairedDevices devices OWNED_BY(queue);
     Pairing pairing OWNED_BY(queue);
-    const ControlDispatch dispatch;
+    ControlDispatch dispatch OWNED_BY(queue);
     VideoFlow videoFlow OWNED_BY(queue);
 
     std::map<const PhoneLink*, std::shared_ptr<PhoneLink>> links OWNED_BY(queue);

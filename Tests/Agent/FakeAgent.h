@@ -9,12 +9,17 @@
 #include "OrvelAgent/Core/TestPhone.h"
 #include "OrvelAgent/Platform/Fake/FakeCompressionSession.h"
 #include "OrvelAgent/Platform/Fake/FakeDefaults.h"
+#include "OrvelAgent/Platform/Fake/FakeEventPoster.h"
+#include "OrvelAgent/Platform/Fake/FakeFileSystem.h"
 #include "OrvelAgent/Platform/Fake/FakeHostInfo.h"
 #include "OrvelAgent/Platform/Fake/FakeNetwork.h"
+#include "OrvelAgent/Platform/Fake/FakePasteboard.h"
 #include "OrvelAgent/Platform/Fake/FakePermissions.h"
 #include "OrvelAgent/Platform/Fake/FakePower.h"
 #include "OrvelAgent/Platform/Fake/FakeScreenSource.h"
 #include "OrvelAgent/Platform/Fake/FakeServiceAdvertiser.h"
+#include "OrvelAgent/Platform/Fake/FakeTextFocus.h"
+#include "OrvelAgent/Platform/Fake/FakeWorkspace.h"
 #include "OrvelKit/Base/MemorySecretStore.h"
 
 namespace orvel {
@@ -27,6 +32,7 @@ public:
         : mainQueue("main", time),
           captureQueue("orvel.capture", time),
           audioQueue("orvel.audio", time),
+          filesQueue("orvel.files", time),
           queue("orvel.agent", time) {}
 
     void start() {
@@ -35,11 +41,13 @@ public:
         screen = std::make_shared<FakeScreen>(captureQueue, audioQueue);
         if (displays) screen->displays = *displays;
         core = AgentCore::make(
-            {queue, captureQueue, audioQueue, mainQueue, defaults, secrets, permissions, power,
-             host, std::make_unique<FakeScreenSource>(captureQueue, screen), compression->factory(),
-             std::make_unique<FakeListener>(queue, port), std::move(advertiser)},
+            {queue, captureQueue, audioQueue, filesQueue, mainQueue, defaults, secrets, permissions,
+             power, host, poster, files, std::make_unique<FakeScreenSource>(captureQueue, screen),
+             compression->factory(), std::make_unique<FakeListener>(queue, port),
+             std::move(advertiser)},
             options);
-        model = std::make_shared<AgentModel>(mainQueue, core, defaults, permissions, power);
+        model = std::make_shared<AgentModel>(AgentModel::Parts{
+            mainQueue, core, defaults, permissions, power, pasteboard, workspace, textFocus});
         model->onListening = [this](auto value) { news.push_back(headlessLine::listening(value)); };
         model->onStatus = [this](auto& value) { news.push_back(headlessLine::status(value)); };
         model->onPairingCode = [this](auto& value) {
@@ -48,6 +56,7 @@ public:
         model->onPairingRequest = [this](auto& value) {
             news.push_back(headlessLine::pairingRequest(value));
         };
+        model->onClipboard = [this](auto& text) { news.push_back(headlessLine::clipboard(text)); };
         model->onDevices = [this](auto& value) { news.push_back(headlessLine::devices(value)); };
         model->onNewlyPaired = [this](auto& device) { newlyPaired.push_back(device.name); };
         mainQueue.post([this] { model->start(); });
@@ -102,7 +111,12 @@ public:
     std::shared_ptr<FakeCompression> compression = std::make_shared<FakeCompression>();
     std::optional<std::vector<ScreenSource::DisplayDescription>> displays;
     AgentCore::Options options;
-    SerialQueue mainQueue, captureQueue, audioQueue, queue;
+    FakeEventPoster poster;
+    FakeFileSystem files;
+    FakeWorkspace workspace;
+    FakeTextFocus textFocus;
+    SerialQueue mainQueue, captureQueue, audioQueue, filesQueue, queue;
+    FakePasteboard pasteboard{mainQueue};
     std::shared_ptr<FakeScreen> screen;           // once started
     FakeServiceAdvertiser* advertised = nullptr;  // likewise; lives as long as the core
     std::shared_ptr<AgentCore> core;

@@ -7,6 +7,7 @@ using namespace std::chrono_literals;
 namespace orvel {
 namespace {
 
+// Pictures and welcomes, in their order.
 std::vector<std::string> framesText(const std::vector<Frame>& frames) {
     std::vector<std::string> text;
     for (const Frame& frame : frames) {
@@ -14,7 +15,7 @@ std::vector<std::string> framesText(const std::vector<Frame>& frames) {
         if (frame.kind == FrameKind::videoFrame) {
             text.push_back(VideoFrame::decode(frame.payload).isKeyframe ? "key" : "delta");
         }
-        if (frame.kind == FrameKind::control) text.push_back("control");
+        if (FakeAgent::welcomes({frame})) text.push_back("welcome");
     }
     return text;
 }
@@ -191,7 +192,7 @@ TEST(Session, anotherDisplayBringsAFreshWelcomeThenItsOwnPicture) {
     agent.time.runPending();
     phone.stall(false);
     const auto frames = phone.frames();
-    EXPECT_EQ(framesText(frames), (std::vector<std::string>{"delta", "control", "format", "key"}));
+    EXPECT_EQ(framesText(frames), (std::vector<std::string>{"delta", "welcome", "format", "key"}));
     const auto welcome = Framing::decodeControl(frames.at(1).payload);
     EXPECT_EQ(welcome.as<Welcome>()->displayID, 2u);
     EXPECT_EQ(welcome.as<Welcome>()->videoWidth, 800);
