@@ -33,8 +33,8 @@ void ScreenWithSound::start(const Configuration& configuration, Handlers handler
                             std::function<void(std::optional<CaptureError>)> completion) {
     queue.assertCurrent();
     endCapture();
-    capture = std::make_shared<Capture>(std::exchange(handlers.onAudio, nullptr),
-                                        configuration.capturesAudio);
+    capture = std::make_shared<Capture>(
+        Capture{std::exchange(handlers.onAudio, nullptr), configuration.capturesAudio});
     // A capture lives as long as this holds it, so while it can be locked this is there.
     handlers.onStop = [this, weak = std::weak_ptr(capture),
                        onStop = std::move(handlers.onStop)](auto error) {

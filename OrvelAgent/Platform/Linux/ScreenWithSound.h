@@ -13,7 +13,8 @@ class PulseMonitor;
 // capture begins and ends with it, and nothing that happens to the sound changes that.
 class ScreenWithSound : public ScreenSource {
 public:
-    // `screen` was made with the capture queue, `monitor` with the audio queue.
+    // `screen` was made with the capture queue, `monitor` with the audio queue. That one ends
+    // before the capture queue, to which it posts.
     ScreenWithSound(SerialQueue& captureQueue, SerialQueue& audioQueue,
                     std::unique_ptr<ScreenSource> screen, std::shared_ptr<PulseMonitor> monitor);
     ~ScreenWithSound() override;

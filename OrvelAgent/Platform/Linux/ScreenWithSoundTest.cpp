@@ -67,7 +67,7 @@ protected:
     }
 
     SoundServer server;
-    SerialQueue audioQueue{"orvel.audio"}, queue{"orvel.capture"};
+    SerialQueue queue{"orvel.capture"}, audioQueue{"orvel.audio"};
     std::shared_ptr<FakeScreen> screen = std::make_shared<FakeScreen>(queue, audioQueue);
     std::atomic<int> pictures{0}, sounds{0}, ends{0};
     std::atomic<bool> mayHear{false};
