@@ -39,6 +39,20 @@ void WatchStatistics::add(const VideoFrame& frame, MonotonicTime decodedAt,
     interval.add(one);
 }
 
+void WatchStatistics::add(const AudioPacket& packet) {
+    Tally one;
+    one.audioPackets = 1;
+    one.audioBytes = packet.opus.size();
+    // Numbers that step back are those of another row.
+    if (lastSequence) {
+        const auto step = static_cast<std::int32_t>(packet.sequence - *lastSequence);
+        if (step > 1) one.audioLost = static_cast<std::uint64_t>(step) - 1;
+    }
+    lastSequence = packet.sequence;
+    all.add(one);
+    interval.add(one);
+}
+
 WatchStatistics::Numbers WatchStatistics::takeInterval(MonotonicTime now) {
     const Numbers numbers = interval.over(now - std::exchange(intervalBegin, now));
     interval = {};
@@ -59,6 +73,9 @@ void WatchStatistics::Tally::add(const Tally& other) {
     keyframes += other.keyframes;
     drops += other.drops;
     bytes += other.bytes;
+    audioPackets += other.audioPackets;
+    audioLost += other.audioLost;
+    audioBytes += other.audioBytes;
     latencies.insert(latencies.end(), other.latencies.begin(), other.latencies.end());
 }
 
@@ -68,9 +85,12 @@ WatchStatistics::Numbers WatchStatistics::Tally::over(Duration time) const {
     numbers.frames = frames;
     numbers.keyframes = keyframes;
     numbers.drops = drops;
+    numbers.audioPackets = audioPackets;
+    numbers.audioLost = audioLost;
     if (numbers.seconds > 0) {
         numbers.framesPerSecond = double(frames) / numbers.seconds;
         numbers.megabitsPerSecond = double(bytes) * 8 / 1e6 / numbers.seconds;
+        numbers.audioKilobitsPerSecond = double(audioBytes) * 8 / 1e3 / numbers.seconds;
     }
     numbers.latencyMedian = median(latencies);
     numbers.latency95 = percentile(latencies, 0.95);

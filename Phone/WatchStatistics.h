@@ -18,6 +18,8 @@ public:
 
     void add(const VideoFrame& frame, MonotonicTime decodedAt, VideoDecoder::Outcome outcome);
 
+    void add(const AudioPacket& packet);
+
     struct Numbers {
         double seconds = 0;
         std::uint64_t frames = 0;  // pictures
@@ -25,6 +27,9 @@ public:
         std::uint64_t drops = 0;  // frames after the first picture that gave none
         double framesPerSecond = 0;
         double megabitsPerSecond = 0;  // of video
+        std::uint64_t audioPackets = 0;
+        std::uint64_t audioLost = 0;  // numbers that were left out
+        double audioKilobitsPerSecond = 0;
         // From the picture's time stamp to its decoding.
         std::optional<double> latencyMedian, latency95;  // ms
     };
@@ -40,6 +45,7 @@ public:
 private:
     struct Tally {
         std::uint64_t frames = 0, keyframes = 0, drops = 0, bytes = 0;
+        std::uint64_t audioPackets = 0, audioLost = 0, audioBytes = 0;
         std::vector<double> latencies;  // ms
         void add(const Tally& other);
         Numbers over(Duration time) const;
@@ -51,6 +57,7 @@ private:
     MonotonicTime intervalBegin;
     std::optional<MonotonicTime> firstPicture;
     std::optional<std::uint64_t> newestPts;
+    std::optional<std::uint32_t> lastSequence;  // of sound
 };
 
 }  // namespace orvel::phone

@@ -84,6 +84,17 @@ TEST(Percentile, isTheSmallestValueThatIsNotBelowItsPart) {
     EXPECT_EQ(percentile({5, 1, 4, 2, 3}, 0.81), 5);
 }
 
+TEST(WatchStatistics, soundIsCountedByItsNumbers) {
+    WatchStatistics statistics(begin, true);
+    statistics.add(frameOf(begin), begin, Outcome::picture);
+    for (const std::uint32_t sequence : {0xFFFFFFFEu, 0xFFFFFFFFu, 2u, 3u, 7u, 1u, 2u})
+        statistics.add(AudioPacket{sequence, Bytes(125)});
+    const auto total = statistics.total(begin + 1s);
+    EXPECT_EQ(total.audioPackets, 7u);
+    EXPECT_EQ(total.audioLost, 5u) << "0 and 1, 4 to 6; a step back is another row";
+    EXPECT_DOUBLE_EQ(total.audioKilobitsPerSecond, 7);
+}
+
 }  // namespace
 
 }  // namespace orvel::phone

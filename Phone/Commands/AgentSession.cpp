@@ -112,7 +112,7 @@ AgentSession::Admission AgentSession::greet(std::optional<std::string> code, std
             admission.welcome = *welcome;
             return admission;
         }
-        if (event->as<VideoFormat>() || event->as<VideoFrame>()) {
+        if (event->as<VideoFormat>() || event->as<VideoFrame>() || event->as<AudioPacket>()) {
             admission.early.push_back(*std::move(event));
         }
     }

@@ -3,11 +3,13 @@
 #include <random>
 
 #include "OrvelKit/Base/Json.h"
+#include "OrvelKit/Base/Unicode.h"
 #include "Phone/Commands/AgentSession.h"
 #include "Phone/Interrupt.h"
 #include "Phone/LatencyMeasurement.h"
 #include "Phone/LatencyProbe.h"
 #include "Phone/Percentile.h"
+#include "Phone/Printable.h"
 #include "Phone/Recorder.h"
 #include "Phone/VideoDecoder.h"
 #include "Phone/WatchStatistics.h"
@@ -27,6 +29,8 @@ struct WatchOptions {
     std::string film;
     std::int64_t maxPixels = 1920;
     std::optional<std::uint32_t> display;
+    std::string audio = "on";
+    bool events = false;
     bool latencyProbe = false;
     std::size_t samples = 200;
     std::vector<int> probeAt{32, 32};
@@ -52,7 +56,10 @@ public:
           session(agentSession),
           options(watchOptions),
           statistics(session.phone().connectStartedAt(), session.phone().isSameMachine()) {
-        if (!options.film.empty()) recorder.emplace(options.film);
+        if (!options.film.empty()) {
+            recorder.emplace(options.film, options.audio == "on" ? Recorder::Sound::recorded
+                                                                 : Recorder::Sound::none);
+        }
         if (options.latencyProbe) startProbe();
     }
 
@@ -113,6 +120,39 @@ private:
             if (recorder) recorder->add(*format, event.arrivedAt);
         }
         if (const auto* frame = event.as<VideoFrame>()) take(*frame, event.arrivedAt);
+        if (const auto* packet = event.as<AudioPacket>()) {
+            statistics.add(*packet);
+            if (recorder) recorder->add(*packet, event.arrivedAt);
+        }
+        if (const auto* control = event.as<Control>()) tell(*control);
+    }
+
+    // What happens on the computer beside its picture.
+    void tell(const Control& control) {
+        std::string line;
+        if (const auto* front = control.as<Control::FrontApp>()) {
+            line = "in front: " + printable(front->name) + " (" + printable(front->bundleID) + ")";
+        } else if (const auto* focus = control.as<Control::TextFocus>()) {
+            line = focus->focused ? "a text field has the keyboard" : "no text field any more";
+        } else if (const auto* clipboard = control.as<Control::Clipboard>()) {
+            line = "copied: " + shortened(clipboard->text);
+        } else {
+            return;
+        }
+        if (!context.settings.json) {
+            context.console.say(line);
+        } else if (options.events) {
+            context.console.say(control.toJson());
+        }
+    }
+
+    static std::string shortened(const std::string& text) {
+        constexpr std::size_t most = 60;  // characters
+        std::size_t length = 0;
+        for (std::size_t count = 0; count < most && length < text.size(); ++count)
+            length +=
+                std::max<std::size_t>(characterLength(std::string_view(text).substr(length)), 1);
+        return printable(text.substr(0, length)) + (length < text.size() ? " ..." : "");
     }
 
     void take(const VideoFrame& frame, MonotonicTime arrivedAt) {
@@ -134,6 +174,9 @@ private:
         std::string line = formatted("%5.1f fps  %6.2f Mbit/s", numbers.framesPerSecond,
                                      numbers.megabitsPerSecond);
         if (numbers.latencyMedian) line += formatted("  latency %.1f ms", *numbers.latencyMedian);
+        if (numbers.audioPackets > 0) {
+            line += formatted("  sound %.0f kbit/s", numbers.audioKilobitsPerSecond);
+        }
         line += "  keyframes " + std::to_string(statistics.keyframes()) + "  drops " +
                 std::to_string(statistics.drops());
         if (measurement) {
@@ -172,6 +215,14 @@ private:
                               static_cast<unsigned long long>(total.keyframes),
                               static_cast<unsigned long long>(total.drops),
                               static_cast<unsigned long long>(decoder.gaps())));
+        if (options.audio == "on") {
+            console.say(total.audioPackets == 0
+                            ? "no sound"
+                            : formatted("sound: %llu packets, %.0f kbit/s, %llu lost",
+                                        static_cast<unsigned long long>(total.audioPackets),
+                                        total.audioKilobitsPerSecond,
+                                        static_cast<unsigned long long>(total.audioLost)));
+        }
         if (total.latencyMedian) {
             console.say(formatted("capture to decoded picture: median %.1f ms, 95 %% %.1f ms",
                                   *total.latencyMedian, *total.latency95));
@@ -215,6 +266,9 @@ private:
         count("keyframes", total.keyframes);
         count("drops", total.drops);
         count("gaps", decoder.gaps());
+        count("audioPackets", total.audioPackets);
+        count("audioLost", total.audioLost);
+        number("audioKilobitsPerSecond", total.audioKilobitsPerSecond);
         number("latencyMedianMs", total.latencyMedian);
         number("latency95Ms", total.latency95);
         number("firstPictureMs", statistics.firstPictureMilliseconds());
@@ -270,6 +324,7 @@ void selectDisplay(AgentSession& session, AgentSession::Admission& admission, st
 void watch(CommandContext& context, const WatchOptions& options) {
     AgentSession session = AgentSession::open(context);
     auto admission = session.admit(options.maxPixels, 60s);
+    if (options.audio == "off") session.phone().send({Control::Audio{false}});
     if (options.display) selectDisplay(session, admission, *options.display);
     Watch(context, session, options).run(admission.early);
 }
@@ -282,11 +337,18 @@ void addWatch(CLI::App& app, Command& chosen) {
     command->add_option("--seconds", options->seconds, "How long, from the first picture on")
         ->check(CLI::Range(0.001, 1e6));
     command->add_option("-o,--output", options->film,
-                        "Record to this .mp4 file; after a change of the picture's size to one "
-                        "with -2 before its ending, and so on");
+                        "Record picture and sound to this .mp4 or .mkv file, both by their time of "
+                        "arrival; after a change of the picture's size to one with -2 before its "
+                        "ending, and so on");
     command->add_option("--max-pixels", options->maxPixels, "Longer edge at most (1920)")
         ->check(CLI::Range(1, 16384));
     command->add_option("--display", options->display, "The display's ID (see displays)");
+    command->add_option("--audio", options->audio, "on (which it is without) or off")
+        ->check(CLI::IsMember({"on", "off"}));
+    command->add_flag("--events", options->events,
+                      "With --json: also a line for each application that comes in front, text "
+                      "field and copied text, as the computer reports it; these lines are always "
+                      "there without --json");
     auto* probe = command->add_flag("--latency-probe", options->latencyProbe,
                                     "Measure from a change on $DISPLAY to the decoded picture");
     command->add_option("--samples", options->samples, "How many for --latency-probe (200)")
