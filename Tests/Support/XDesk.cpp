@@ -107,6 +107,14 @@ void XDesk::movePointer(int x, int y) {
     sync();
 }
 
+void XDesk::click(int x, int y) {
+    movePointer(x, y);
+    for (const std::uint8_t what : {XCB_BUTTON_PRESS, XCB_BUTTON_RELEASE})
+        xcb_test_fake_input(x11->get(), what, XCB_BUTTON_INDEX_1, XCB_CURRENT_TIME, XCB_NONE, 0, 0,
+                            0);
+    sync();
+}
+
 void XDesk::warpPointer(int x, int y) {
     xcb_warp_pointer(x11->get(), XCB_NONE, x11->root(), 0, 0, 0, 0, static_cast<std::int16_t>(x),
                      static_cast<std::int16_t>(y));

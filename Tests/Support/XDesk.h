@@ -35,6 +35,7 @@ public:
 
     // As a mouse does.
     void movePointer(int x, int y);
+    void click(int x, int y);
     // As a program does that puts it somewhere: no device moved.
     void warpPointer(int x, int y);
     // The pointer over the root window: a rectangle of one colour, alpha first and multiplied into

@@ -1,7 +1,5 @@
 #include "OrvelAgent/Platform/Linux/FocusObserver.h"
 
-#include <cstring>
-
 namespace orvel {
 
 namespace {
@@ -10,10 +8,10 @@ constexpr auto connectLimit = std::chrono::seconds(1);
 constexpr auto startLimit = std::chrono::seconds(10);  // of the registry
 // Between two fields there is a moment in which none has the focus.
 constexpr auto lossDelay = std::chrono::milliseconds(100);
-// A window that becomes active tells by itself what is focused, as a rule. Browsers need some time
-// to describe a page that nobody asked for before.
-constexpr std::chrono::milliseconds searchDelays[] = {std::chrono::milliseconds(150),
-                                                      std::chrono::milliseconds(2000)};
+// A window that becomes active tells by itself what is focused, as a rule. Programs that have just
+// started cannot answer yet, browsers need time to describe a page that nobody asked for before.
+// In ms, each after the one before.
+constexpr int searchDelays[] = {150, 250, 400, 800, 1600};
 constexpr std::size_t mostInquiries = 8;
 
 constexpr const char* registry = "org.a11y.atspi.Registry";
@@ -24,11 +22,13 @@ constexpr const char* matches[] = {
     "type='signal',interface='org.a11y.atspi.Event.Object',member='StateChanged',arg0='focused'",
     "type='signal',interface='org.a11y.atspi.Event.Window',member='Activate'",
     "type='signal',interface='org.a11y.atspi.Event.Window',member='Deactivate'",
-    "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-    "member='NameOwnerChanged'"};
+    // As some versions of GTK 4 spell it.
+    "type='signal',interface='org.a11y.atspi.Event.Window',member='activate'",
+    "type='signal',interface='org.a11y.atspi.Event.Window',member='deactivate'",
+    "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged'"};
 
 bool is(const char* text, const char* other) {
-    return std::strcmp(text, other) == 0;
+    return g_ascii_strcasecmp(text, other) == 0;
 }
 
 }  // namespace
@@ -42,6 +42,7 @@ void FocusObserver::connect(const std::string& address) {
     activeApplication.clear();
     inquiries.clear();
     mustInquire = false;
+    registering = 0;
     bus.reset();
     if (address.empty()) return;
     bus = std::make_shared<AsyncBus>(queue);
@@ -58,7 +59,26 @@ void FocusObserver::connect(const std::string& address) {
     for (const char* match : matches)
         bus->listen(match);
     registerEvents();
-    // Whatever has the focus already.
+}
+
+void FocusObserver::registerEvents() {
+    if (registering != 0) return;
+    for (const char* event : events) {
+        ++registering;
+        bus->call(
+            {registry, registryPath, registry, "RegisterEvent"}, g_variant_new("(s)", event),
+            startLimit,
+            [weak = weak_from_this()](GVariant* answer) {
+                const auto self = weak.lock();
+                if (!self) return;
+                self->queue.assertCurrent();
+                if (--self->registering == 0 && answer) self->lookAround();
+            },
+            true);
+    }
+}
+
+void FocusObserver::lookAround() {
     const AccessibleTree tree(bus);
     tree.applications([weak = weak_from_this(), tree](const std::vector<AccessibleRef>& all) {
         for (const auto& root : all) {
@@ -72,21 +92,13 @@ void FocusObserver::connect(const std::string& address) {
     });
 }
 
-void FocusObserver::registerEvents() {
-    for (const char* event : events) {
-        bus->call(
-            {registry, registryPath, registry, "RegisterEvent"}, g_variant_new("(s)", event),
-            startLimit, [](GVariant*) {}, true);
-    }
-}
-
 void FocusObserver::received(const BusSignal& signal) {
     if (is(signal.member, "NameOwnerChanged")) {
         if (!g_variant_is_of_type(signal.body, G_VARIANT_TYPE("(sss)"))) return;
         const char *name = nullptr, *before = nullptr, *after = nullptr;
         g_variant_get(signal.body, "(&s&s&s)", &name, &before, &after);
         if (*after == 0) return vanished(name);
-        // A new one knows nothing of us. The first may hear it twice.
+        // A new one knows nothing of us.
         if (is(name, registry)) registerEvents();
         return;
     }
@@ -143,7 +155,6 @@ void FocusObserver::lost() {
 
 void FocusObserver::follow(const AccessibleRef& element) {
     losing.cancel();
-    searching.cancel();
     focused = element;
     inquire(element);
 }
@@ -168,8 +179,10 @@ void FocusObserver::described(const AccessibleRef& element,
                               const std::optional<AccessibleState>& state) {
     inquiries.erase(element.application + element.path);
     if (focused == element) {
-        const bool isThere = state && !state->has(AccessibleState::defunct);
-        report(isThere ? std::optional(state->element()) : std::nullopt);
+        // One that is just starting may not be able to answer yet: the search finds it.
+        if (!state || state->has(AccessibleState::defunct)) return forget();
+        searching.cancel();
+        report(state->element());
     } else if (focused && mustInquire) {
         inquire(*focused);
     }
@@ -184,21 +197,22 @@ void FocusObserver::activated(const AccessibleRef& window) {
 
 void FocusObserver::searchSoon(const AccessibleRef& window, std::size_t tries) {
     if (tries == std::size(searchDelays)) return;
-    searching = queue.after(searchDelays[tries], [weak = weak_from_this(), window, tries] {
-        const auto self = weak.lock();
-        if (!self) return;
-        self->queue.assertCurrent();
-        if (self->activeApplication != window.application) return;
-        self->searchSoon(window, tries + 1);
-        AccessibleTree(self->bus).focusedElement(
-            window, [weak, window](const std::optional<AccessibleRef>& found) {
-                const auto searcher = weak.lock();
-                if (!searcher || !found) return;
-                searcher->queue.assertCurrent();
-                // Unless it has moved meanwhile.
-                if (searcher->searching.isPending() || !searcher->focused) searcher->follow(*found);
-            });
-    });
+    searching = queue.after(
+        std::chrono::milliseconds(searchDelays[tries]), [weak = weak_from_this(), window, tries] {
+            const auto self = weak.lock();
+            if (!self) return;
+            self->queue.assertCurrent();
+            if (self->activeApplication != window.application) return;
+            self->searchSoon(window, tries + 1);
+            AccessibleTree(self->bus).focusedElement(
+                window, [weak, before = self->focused](const std::optional<AccessibleRef>& found) {
+                    const auto searcher = weak.lock();
+                    if (!searcher || !found) return;
+                    searcher->queue.assertCurrent();
+                    // Unless it has moved meanwhile.
+                    if (searcher->focused == before) searcher->follow(*found);
+                });
+        });
 }
 
 void FocusObserver::forget() {

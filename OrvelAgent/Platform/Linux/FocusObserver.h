@@ -31,6 +31,8 @@ public:
 
 private:
     void registerEvents() RUNS_ON(queue);
+    // For what has the focus already.
+    void lookAround() RUNS_ON(queue);
     void received(const BusSignal& signal) RUNS_ON(queue);
     void vanished(const std::string& application) RUNS_ON(queue);
     void gained(const AccessibleRef& element) RUNS_ON(queue);
@@ -46,6 +48,7 @@ private:
 
     SerialQueue& queue;
     std::shared_ptr<AsyncBus> bus OWNED_BY(queue);
+    int registering OWNED_BY(queue) = 0;                   // answers to come
     std::string activeApplication OWNED_BY(queue);         // that has the active window
     std::optional<AccessibleRef> focused OWNED_BY(queue);  // the newest
     std::optional<Element> reported OWNED_BY(queue);       // of it, or still of the one before
