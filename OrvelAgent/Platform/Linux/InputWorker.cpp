@@ -17,6 +17,9 @@ namespace {
 // Between attempts to connect: they double. Whoever asks may have one sooner.
 constexpr Duration firstPatience = 500ms, lastPatience = 8s, askingPatience = 1s;
 
+// At the end.
+constexpr Duration endTidyPatience = 100ms;
+
 }  // namespace
 
 struct InputWorker::Connection {
@@ -73,7 +76,6 @@ Timer InputWorker::after(Duration delay, Step step) {
 }
 
 void InputWorker::attempt(Step step) {
-    if (hasEnded) return;
     try {
         (this->*step)();
         followServer();
@@ -97,14 +99,38 @@ void InputWorker::refresh() {
     if (!nextLook.isPending()) attempt(connection ? &InputWorker::look : &InputWorker::connect);
 }
 
-void InputWorker::end() {
+void InputWorker::end(std::function<void()> done) {
     queue.assertCurrent();
-    if (std::exchange(hasEnded, true)) return;
-    resume.cancel();
-    nextLook.cancel();
-    reconnect.cancel();
+    isEnding = true;
+    onEnd = std::move(done);
+    pending.clear();
+    for (auto* timer : {&resume, &nextLook, &nextTidy, &reconnect})
+        timer->cancel();
+    if (!connection) return close();
+    attempt(&InputWorker::finish);
+}
+
+void InputWorker::finish() {
+    auto& input = connection->input;
+    input.releaseAll();
+    // Programs may still be reading what was typed last.
+    if (const auto due = input.tidyDue()) {
+        const auto enough = std::min(*due, queue.now() + endTidyPatience);
+        if (queue.now() < enough) {
+            input.flush();
+            nextTidy = after(enough - queue.now(), &InputWorker::close);
+            return;
+        }
+    }
+    close();
+}
+
+void InputWorker::close() {
     try {
-        if (connection) connection->input.end();
+        if (connection) {
+            connection->input.tidy();
+            connection->input.finish();
+        }
     } catch (const X11Failure&) {
         // Nothing is held on a server that has gone.
     }
@@ -113,10 +139,12 @@ void InputWorker::end() {
         descriptor = -1;
     }
     connection.reset();
+    if (const auto done = std::exchange(onEnd, nullptr)) done();
 }
 
 void InputWorker::connect() {
-    if (connection || (lastAttempt && queue.now() - *lastAttempt < firstPatience)) return;
+    if (isEnding || connection || (lastAttempt && queue.now() - *lastAttempt < firstPatience))
+        return;
     lastAttempt = queue.now();
     reconnect.cancel();
     connection = std::make_shared<Connection>(ioContext(queue), displayName);
@@ -140,14 +168,15 @@ void InputWorker::lose() {
     connection.reset();
     pending.clear();
     backlog.take();
-    resume.cancel();
-    nextLook.cancel();
+    for (auto* timer : {&resume, &nextLook, &nextTidy})
+        timer->cancel();
+    if (isEnding) return close();
     reconnect = after(patience, &InputWorker::connect);
     patience = std::min(2 * patience, lastPatience);
 }
 
 void InputWorker::postEvents() {
-    if (resume.isPending()) return;
+    if (resume.isPending() || isEnding) return;
     if (!connection) {
         backlog.take();
         if (!lastAttempt || queue.now() - *lastAttempt >= askingPatience) connect();
@@ -156,14 +185,28 @@ void InputWorker::postEvents() {
     auto more = backlog.take();
     std::move(more.begin(), more.end(), std::back_inserter(pending));
     while (!pending.empty()) {
-        if (const auto pause = connection->input.post(pending.front())) {
+        if (const auto next = connection->input.post(pending.front(), queue.now())) {
             connection->input.flush();
-            resume = after(*pause, &InputWorker::postEvents);
+            resume = after(*next - queue.now(), &InputWorker::postEvents);
             return;
         }
         pending.pop_front();
     }
     connection->input.flush();
+    tidy();
+}
+
+// Gives keys back that were lent to characters, some time after the last of them was typed.
+void InputWorker::tidy() {
+    nextTidy.cancel();
+    const auto due = connection ? connection->input.tidyDue() : std::nullopt;
+    if (!due) return;
+    if (queue.now() < *due) {
+        nextTidy = after(*due - queue.now(), &InputWorker::tidy);
+    } else {
+        connection->input.tidy();
+        connection->input.flush();
+    }
 }
 
 void InputWorker::look() {
@@ -174,7 +217,7 @@ void InputWorker::look() {
 // Whatever was just done may have read events along with its answers: of those the socket does not
 // tell.
 void InputWorker::followServer() {
-    if (!connection) return;
+    if (!connection || isEnding) return;
     if (connection->input.readEvents() && !nextLook.isPending()) look();
     while (connection->input.readEvents()) {
         if (!nextLook.isPending()) nextLook = after(0s, &InputWorker::look);

@@ -2,6 +2,7 @@
 
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -29,8 +30,9 @@ public:
     void begin();
     // Takes events from the backlog, after wake-ups and at each end of a pause.
     void work();
-    // Lets go of everything and is of no more use.
-    void end();
+    // Lets go of everything and gives all back; of no more use from then on. `done` is called on
+    // the queue, unless the queue ends before.
+    void end(std::function<void()> done);
 
     // Looks for the server or for the pointer, unless that was just done.
     void refresh();
@@ -50,6 +52,9 @@ private:
     void attempt(Step step) RUNS_ON(queue);
     void postEvents() RUNS_ON(queue);
     void look() RUNS_ON(queue);
+    void tidy() RUNS_ON(queue);
+    void finish() RUNS_ON(queue);
+    void close() RUNS_ON(queue);
     void followServer() RUNS_ON(queue);
     void noteEvents() RUNS_ON(queue) {}
     void publish() RUNS_ON(queue);
@@ -62,10 +67,12 @@ private:
     std::deque<InputEvent> pending OWNED_BY(queue);
     Timer resume OWNED_BY(queue);    // pending while the next event has to wait
     Timer nextLook OWNED_BY(queue);  // at the pointer
+    Timer nextTidy OWNED_BY(queue);
     Timer reconnect OWNED_BY(queue);
     Duration patience OWNED_BY(queue);  // until the next attempt to connect
     std::optional<MonotonicTime> lastAttempt OWNED_BY(queue);
-    bool hasEnded OWNED_BY(queue) = false;
+    std::function<void()> onEnd OWNED_BY(queue);
+    bool isEnding OWNED_BY(queue) = false;
 
     mutable std::mutex mutex;  // guards the following
     std::optional<EventPoster::Point> knownPointer;

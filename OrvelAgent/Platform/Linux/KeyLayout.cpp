@@ -126,15 +126,7 @@ KeyLayout::Strokes KeyLayout::strokesIn(const State& state) const {
     Strokes strokes;
     const KeyState simulated(xkb_state_new(keymap.get()));
     const auto shift = modifier(ModifierRole::shift), level3 = modifier(ModifierRole::level3);
-    // The fewer modifiers the better: the first way that is found counts.
-    for (const auto& [withShift, withLevel3] :
-         {std::pair(false, false), {true, false}, {false, true}, {true, true}}) {
-        const auto usable = [&](bool wanted, const std::optional<ModifierKey>& key) {
-            return !wanted || (key && !(state.held & key->mask));
-        };
-        if (!usable(withShift, shift) || !usable(withLevel3, level3)) continue;
-        const ModifierMask held =
-            state.held | (withShift ? shift->mask : 0) | (withLevel3 ? level3->mask : 0);
+    const auto addStrokes = [&](ModifierMask held, bool withShift, bool withLevel3) {
         xkb_state_update_mask(simulated.get(), held, 0, state.locked, 0, 0, state.group);
         eachCode(keymap.get(), [&](KeyCodeX code) {
             const auto character = xkb_state_key_get_utf32(simulated.get(), code);
@@ -142,6 +134,16 @@ KeyLayout::Strokes KeyLayout::strokesIn(const State& state) const {
             if (isSpare[code] || isKeypad(keymap.get(), code)) return;
             strokes.try_emplace(character, Stroke{code, withShift, withLevel3});
         });
+    };
+    // The fewer modifiers the better: the first way that is found counts.
+    for (const bool withLevel3 : {false, true}) {
+        if (withLevel3 && (!level3 || (state.held & level3->mask))) continue;
+        for (const bool withShift : {false, true}) {
+            if (withShift && (!shift || (state.held & shift->mask))) continue;
+            const ModifierMask held =
+                state.held | (withShift ? shift->mask : 0) | (withLevel3 ? level3->mask : 0);
+            addStrokes(held, withShift, withLevel3);
+        }
     }
     return strokes;
 }

@@ -22,6 +22,13 @@ struct ModifierKey {
     bool operator==(const ModifierKey&) const = default;
 };
 
+// A key and the only keysym that it has meanwhile; 0: none.
+struct KeyAssignment {
+    KeyCodeX code = 0;
+    std::uint32_t symbol = 0;
+    bool operator==(const KeyAssignment&) const = default;
+};
+
 enum class ModifierRole { shift, control, alternate, super, level3 };
 
 // What the keys of a keyboard mean under the layout in use; a snapshot. Belongs to one thread.

@@ -37,10 +37,7 @@ LinuxEventPoster::LinuxEventPoster(Defaults& userDefaults, std::string display)
 LinuxEventPoster::~LinuxEventPoster() {
     auto ended = std::make_shared<std::promise<void>>();
     const auto isOver = ended->get_future();
-    queue->post([worker = worker, ended] {
-        worker->end();
-        ended->set_value();
-    });
+    queue->post([worker = worker, ended] { worker->end([ended] { ended->set_value(); }); });
     if (isOver.wait_for(releaseLimit) == std::future_status::ready) return;
     worker->interrupt();
     if (isOver.wait_for(interruptLimit) == std::future_status::ready) return;

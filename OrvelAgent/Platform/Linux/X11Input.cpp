@@ -15,13 +15,27 @@ namespace {
 // Virtual codes of the Mac's Command keys.
 constexpr std::uint16_t rightCommand = 54, leftCommand = 55;
 
+// How long keys stay lent to characters after the last of them was typed: each change of the table
+// costs every program on the desktop. When the phone has gone, just long enough for slow ones to
+// have seen the last of them.
+constexpr Duration keepWhileTyping = std::chrono::seconds(10),
+                   keepWhenLeft = std::chrono::milliseconds(500);
+
 std::int16_t pixel(double coordinate) {
     return static_cast<std::int16_t>(std::clamp(std::floor(coordinate), -32'768.0, 32'767.0));
 }
 
 }  // namespace
 
-X11Input::X11Input(const std::string& display) : x11(display), watch(x11), keyboard(x11) {
+X11Input::X11Input(const std::string& display)
+    : x11(display),
+      watch(x11),
+      devices(x11),
+      record(x11, display),
+      repeat(x11, devices),
+      keyboard(x11, devices),
+      typer(keyboard, keys),
+      keepLent(keepWhileTyping) {
     if (!x11.extension(xcb_test_id)) throw X11Failure("the X server lacks the XTEST extension");
     if (const auto* randr = x11.extension(xcb_randr_id)) {
         layoutEvent = randr->first_event;
@@ -30,10 +44,51 @@ X11Input::X11Input(const std::string& display) : x11(display), watch(x11), keybo
                                    XCB_RANDR_NOTIFY_MASK_CRTC_CHANGE |
                                    XCB_RANDR_NOTIFY_MASK_OUTPUT_CHANGE);
     }
+    // Monitors that somebody divides by hand.
+    constexpr std::uint32_t structure = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+    xcb_change_window_attributes(x11.get(), x11.root(), XCB_CW_EVENT_MASK, &structure);
+    readButtonMap();
+    recover();
     look();
 }
 
-std::optional<Duration> X11Input::post(InputEvent& event) {
+// A predecessor may have been killed.
+void X11Input::recover() {
+    const auto isIn = [](const auto& list, auto number) {
+        return std::find(list.begin(), list.end(), number) != list.end();
+    };
+    const auto left = record.found();
+    if (!left.keys.empty()) {
+        // Releasing what is not down there would release what the user holds.
+        for (const auto code : devices.keysDown()) {
+            if (isIn(left.keys, code)) keyboard.send({code, false});
+        }
+    }
+    if (!left.buttons.empty()) {
+        for (const auto number : devices.buttonsDown()) {
+            if (isIn(left.buttons, number)) fake(XCB_BUTTON_RELEASE, number);
+        }
+    }
+    std::vector<KeyAssignment> borrowed;
+    for (const auto& [code, symbol] : left.assigned) {
+        if (symbol != 0 && keyboard.layout().symbolOf(code) == symbol)
+            borrowed.push_back({code, 0});
+    }
+    keyboard.assign(borrowed);
+    if (!borrowed.empty()) keyboard.forgetLayout();
+    if (left.hasSuspendedRepeat) repeat.recover();
+    writeRecord();
+}
+
+void X11Input::writeRecord() {
+    InputRecord::Content content{keys.codes(), {}, typer.lent(), repeat.isSuspended()};
+    for (const auto& button : buttons) {
+        if (button) content.buttons.push_back(*button);
+    }
+    record.write(content);
+}
+
+std::optional<MonotonicTime> X11Input::post(InputEvent& event, MonotonicTime now) {
     if (const auto* moved = std::get_if<InputEvent::Motion>(&event.what)) {
         motion(moved->to);
     } else if (const auto* pressed = std::get_if<InputEvent::Button>(&event.what)) {
@@ -42,19 +97,33 @@ std::optional<Duration> X11Input::post(InputEvent& event) {
         scroll(*scrolled);
     } else if (const auto* stroke = std::get_if<InputEvent::Key>(&event.what)) {
         key(*stroke);
+    } else if (auto* text = std::get_if<InputEvent::Text>(&event.what)) {
+        typer.add(std::exchange(text->units, {}));
+        keepLent = keepWhileTyping;
+        return typer.type(now);
     } else if (std::holds_alternative<InputEvent::ReleaseAll>(event.what)) {
         releaseAll();
     }
     return std::nullopt;
 }
 
-void X11Input::flush() const {
+void X11Input::flush() {
+    writeRecord();
     xcb_flush(x11.get());
     if (!x11.isAlive()) throw X11Failure("the connection to the X server is lost");
 }
 
-void X11Input::end() {
-    releaseAll();
+std::optional<MonotonicTime> X11Input::tidyDue() const {
+    const auto last = typer.lastUse();
+    return last ? std::optional(*last + keepLent) : std::nullopt;
+}
+
+void X11Input::tidy() {
+    typer.giveBack();
+}
+
+void X11Input::finish() {
+    flush();
     keyboard.state();  // answered after all that
 }
 
@@ -65,7 +134,12 @@ bool X11Input::readEvents() {
         if (layoutEvent && (type == layoutEvent + XCB_RANDR_SCREEN_CHANGE_NOTIFY ||
                             type == layoutEvent + XCB_RANDR_NOTIFY)) {
             areMonitorsOld = isDue = true;
-        } else if (!keyboard.handle(*event)) {
+        } else if (type == XCB_CONFIGURE_NOTIFY) {
+            areMonitorsOld = isDue = true;
+        } else if (type == XCB_MAPPING_NOTIFY) {
+            const auto& change = reinterpret_cast<const xcb_mapping_notify_event_t&>(*event);
+            if (change.request == XCB_MAPPING_POINTER) readButtonMap();
+        } else if (!repeat.handle(*event) && !keyboard.handle(*event)) {
             isDue = watch.handle(*event) || isDue;
         }
     }
@@ -96,16 +170,17 @@ void X11Input::motion(EventPoster::Point to) {
 }
 
 void X11Input::button(const InputEvent::Button& event) {
-    const std::uint8_t number = event.button == MouseButton::left ? 1 : 3;
-    const auto held = std::find(buttons.begin(), buttons.end(), number);
-    if (event.down == (held != buttons.end())) return;
-    motion(event.at);
+    const std::size_t index = event.button == MouseButton::left ? 0 : 1;
+    if (event.down == buttons[index].has_value()) return;
+    if (watch.place() != PointerWatch::Place{pixel(event.at.x), pixel(event.at.y)})
+        motion(event.at);
     if (event.down) {
-        buttons.push_back(number);
+        // Remembered, as the user may swap them meanwhile.
+        buttons[index] = physical(event.button == MouseButton::left ? 1 : 3);
+        fake(XCB_BUTTON_PRESS, *buttons[index]);
     } else {
-        buttons.erase(held);
+        fake(XCB_BUTTON_RELEASE, *std::exchange(buttons[index], std::nullopt));
     }
-    fake(event.down ? XCB_BUTTON_PRESS : XCB_BUTTON_RELEASE, number);
 }
 
 void X11Input::scroll(const InputEvent::Scroll& event) {
@@ -114,7 +189,22 @@ void X11Input::scroll(const InputEvent::Scroll& event) {
     click(clicks.left > 0 ? 6 : 7, std::abs(clicks.left));
 }
 
-void X11Input::click(std::uint8_t physicalButton, int times) const {
+void X11Input::readButtonMap() {
+    const auto answer = x11.reply<xcb_get_pointer_mapping_reply>(xcb_get_pointer_mapping(x11.get()),
+                                                                 "GetPointerMapping");
+    const auto* map = xcb_get_pointer_mapping_map(answer.get());
+    buttonMap.assign(map, map + answer->map_len);
+}
+
+// The button to press for one that programs are to see: a left-handed user has swapped them.
+std::uint8_t X11Input::physical(std::uint8_t logicalButton) const {
+    const auto found = std::find(buttonMap.begin(), buttonMap.end(), logicalButton);
+    return found == buttonMap.end() ? logicalButton
+                                    : static_cast<std::uint8_t>(found - buttonMap.begin() + 1);
+}
+
+void X11Input::click(std::uint8_t logicalButton, int times) const {
+    const std::uint8_t physicalButton = physical(logicalButton);
     for (int i = 0; i < times; ++i) {
         fake(XCB_BUTTON_PRESS, physicalButton);
         fake(XCB_BUTTON_RELEASE, physicalButton);
@@ -145,7 +235,9 @@ std::optional<KeyCodeX> X11Input::codeFor(const InputEvent::Key& event) {
 }
 
 void X11Input::key(const InputEvent::Key& event) {
+    typer.endText();
     if (!event.down) return keyboard.send(keys.release(event.code));
+    repeat.suspend();
     const auto code = codeFor(event);
     if (!code) return;
     std::optional<std::vector<ModifierKey>> modifiers;
@@ -155,8 +247,12 @@ void X11Input::key(const InputEvent::Key& event) {
 }
 
 void X11Input::releaseAll() {
-    for (const auto number : std::exchange(buttons, {}))
-        fake(XCB_BUTTON_RELEASE, number);
+    typer.endText();
+    keepLent = keepWhenLeft;
+    repeat.resume();
+    for (auto& button : buttons) {
+        if (const auto held = std::exchange(button, std::nullopt)) fake(XCB_BUTTON_RELEASE, *held);
+    }
     keyboard.send(keys.releaseAll());
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -8,7 +9,11 @@
 
 #include "OrvelAgent/Platform/Linux/HeldKeys.h"
 #include "OrvelAgent/Platform/Linux/InputBacklog.h"
+#include "OrvelAgent/Platform/Linux/InputRecord.h"
+#include "OrvelAgent/Platform/Linux/KeyRepeat.h"
 #include "OrvelAgent/Platform/Linux/PointerWatch.h"
+#include "OrvelAgent/Platform/Linux/TextTyper.h"
+#include "OrvelAgent/Platform/Linux/VirtualDevices.h"
 #include "OrvelAgent/Platform/Linux/WheelSteps.h"
 #include "OrvelAgent/Platform/Linux/X11Connection.h"
 #include "OrvelAgent/Platform/Linux/X11Keyboard.h"
@@ -24,13 +29,19 @@ public:
     // `display` as in $DISPLAY; empty stands for what that says.
     explicit X11Input(const std::string& display);
 
-    // Carries it out. What is returned: come again with the same event after that time (which then
-    // holds what is left of it); nullopt: done.
-    std::optional<Duration> post(InputEvent& event);
+    // Carries it out. What is returned: when to come again with the same event, of which a text
+    // then has lost what was taken over; nullopt: done.
+    std::optional<MonotonicTime> post(InputEvent& event, MonotonicTime now);
     // Sends what post() left to be sent.
-    void flush() const;
-    // Lets go of everything that is held. Returns when the server has done so.
-    void end();
+    void flush();
+
+    // Lets go of everything that is held.
+    void releaseAll();
+    // When keys are to be given back that text was typed with; nullopt: there are none.
+    std::optional<MonotonicTime> tidyDue() const;
+    void tidy();
+    // What was released and given back is done when this returns.
+    void finish();
 
     // Reads the server's events. True: something is to be looked at, see look().
     bool readEvents();
@@ -43,21 +54,30 @@ public:
     const std::vector<X11Monitor>& monitors() const { return known; }
 
 private:
+    void recover();
+    void writeRecord();
     void motion(EventPoster::Point to);
     void button(const InputEvent::Button& event);
     void scroll(const InputEvent::Scroll& event);
-    void click(std::uint8_t physicalButton, int times) const;
+    void click(std::uint8_t logicalButton, int times) const;
+    std::uint8_t physical(std::uint8_t logicalButton) const;
     void key(const InputEvent::Key& event);
-    void releaseAll();
     std::vector<ModifierKey> modifiersFor(std::uint32_t flags, bool commandIsSuper);
     std::optional<KeyCodeX> codeFor(const InputEvent::Key& event);
     void fake(std::uint8_t type, std::uint8_t detail) const;
+    void readButtonMap();
 
     X11Connection x11;
     PointerWatch watch;
+    VirtualDevices devices;
+    InputRecord record;
+    KeyRepeat repeat;
     X11Keyboard keyboard;
     HeldKeys keys;
-    std::vector<std::uint8_t> buttons;  // that are held
+    TextTyper typer;
+    Duration keepLent;                                   // after the last use
+    std::array<std::optional<std::uint8_t>, 2> buttons;  // left and right, while they are held
+    std::vector<std::uint8_t> buttonMap;  // what each button means to programs, from the first on
     WheelSteps wheel;
     std::uint8_t layoutEvent = 0;  // RandR's first; 0: none
     std::vector<X11Monitor> known;

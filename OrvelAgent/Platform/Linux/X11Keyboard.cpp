@@ -1,11 +1,9 @@
 #include "OrvelAgent/Platform/Linux/X11Keyboard.h"
 
-#include <xcb/xinput.h>
 #include <xcb/xtest.h>
 #include <xkbcommon/xkbcommon-x11.h>
 
 #include <algorithm>
-#include <string_view>
 
 #include "OrvelAgent/Platform/Linux/PhysicalKeys.h"
 #include "OrvelAgent/Platform/Linux/XkbHeader.h"
@@ -21,52 +19,32 @@ struct Range {
     int first, count;
 };
 
-std::uint8_t errorCodeOfMissingExtension() {
-    return XCB_REQUEST;
-}
-
 }  // namespace
 
 void X11Keyboard::Release::operator()(xkb_context* released) const {
     xkb_context_unref(released);
 }
 
-X11Keyboard::X11Keyboard(const X11Connection& connection)
-    : x11(connection), context(xkb_context_new(XKB_CONTEXT_NO_DEFAULT_INCLUDES)) {
+X11Keyboard::X11Keyboard(const X11Connection& connection, const VirtualDevices& virtualDevices)
+    : x11(connection),
+      devices(virtualDevices),
+      context(xkb_context_new(XKB_CONTEXT_NO_DEFAULT_INCLUDES)) {
     if (!context || !xkb_x11_setup_xkb_extension(x11.get(), XKB_X11_MIN_MAJOR_XKB_VERSION,
                                                  XKB_X11_MIN_MINOR_XKB_VERSION,
                                                  XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr,
                                                  nullptr, &xkbEvent, nullptr)) {
-        throw X11Refusal("UseExtension", errorCodeOfMissingExtension());
+        throw X11Failure("the X server lacks the XKEYBOARD extension");
     }
     // What it finds odd in other people's keymaps is not for the log.
     xkb_context_set_log_level(context.get(), XKB_LOG_LEVEL_CRITICAL);
-    findVirtualKeyboard();
-    constexpr std::uint16_t events =
-        XCB_XKB_EVENT_TYPE_NEW_KEYBOARD_NOTIFY | XCB_XKB_EVENT_TYPE_MAP_NOTIFY;
+    constexpr std::uint16_t events = XCB_XKB_EVENT_TYPE_NEW_KEYBOARD_NOTIFY |
+                                     XCB_XKB_EVENT_TYPE_MAP_NOTIFY |
+                                     XCB_XKB_EVENT_TYPE_CONTROLS_NOTIFY;
     constexpr std::uint16_t parts = XCB_XKB_MAP_PART_KEY_TYPES | XCB_XKB_MAP_PART_KEY_SYMS |
                                     XCB_XKB_MAP_PART_MODIFIER_MAP | XCB_XKB_MAP_PART_KEY_ACTIONS |
                                     XCB_XKB_MAP_PART_VIRTUAL_MODS |
                                     XCB_XKB_MAP_PART_VIRTUAL_MOD_MAP;
-    xcb_xkb_select_events(x11.get(), virtualKeyboard, events, 0, events, parts, parts, nullptr);
-}
-
-// The one that belongs to the keyboard that programs know.
-void X11Keyboard::findVirtualKeyboard() {
-    virtualKeyboard = XCB_XKB_ID_USE_CORE_KBD;
-    if (!x11.extension(xcb_input_id)) return;
-    const auto master = xkb_x11_get_core_keyboard_device_id(x11.get());
-    const auto devices = x11.reply<xcb_input_xi_query_device_reply>(
-        xcb_input_xi_query_device(x11.get(), XCB_INPUT_DEVICE_ALL), "XIQueryDevice");
-    for (auto each = xcb_input_xi_query_device_infos_iterator(devices.get()); each.rem;
-         xcb_input_xi_device_info_next(&each)) {
-        const std::string_view name(
-            xcb_input_xi_device_info_name(each.data),
-            static_cast<std::size_t>(xcb_input_xi_device_info_name_length(each.data)));
-        if (each.data->type == XCB_INPUT_DEVICE_TYPE_SLAVE_KEYBOARD &&
-            each.data->attachment == master && name.ends_with("XTEST keyboard"))
-            virtualKeyboard = each.data->deviceid;
-    }
+    xcb_xkb_select_events(x11.get(), devices.keyboard(), events, 0, events, parts, parts, nullptr);
 }
 
 bool X11Keyboard::handle(const xcb_generic_event_t& event) {
@@ -92,9 +70,10 @@ bool X11Keyboard::handle(const xcb_generic_event_t& event) {
 
 const KeyLayout& X11Keyboard::layout() {
     if (current) return *current;
-    const auto device = virtualKeyboard == XCB_XKB_ID_USE_CORE_KBD
+    // What programs will have once a key is pressed there.
+    const auto device = devices.keyboard() == XCB_XKB_ID_USE_CORE_KBD
                             ? xkb_x11_get_core_keyboard_device_id(x11.get())
-                            : virtualKeyboard;
+                            : devices.keyboard();
     auto* keymap = xkb_x11_keymap_new_from_device(context.get(), x11.get(), device,
                                                   XKB_KEYMAP_COMPILE_NO_FLAGS);
     if (!keymap) throw X11Failure("the X server's keyboard layout cannot be read");
@@ -136,9 +115,9 @@ void X11Keyboard::lock(ModifierMask modifiers, bool locked) const {
                              false, 0, 0, false, 0);
 }
 
-void X11Keyboard::assign(std::vector<Assignment> assignments) {
+void X11Keyboard::assign(std::vector<KeyAssignment> assignments) {
     std::sort(assignments.begin(), assignments.end(),
-              [](const Assignment& a, const Assignment& b) { return a.code < b.code; });
+              [](const KeyAssignment& a, const KeyAssignment& b) { return a.code < b.code; });
     // A request for each run of neighbours: every change makes every program read the table again.
     for (auto run = assignments.begin(); run != assignments.end();) {
         std::vector<xcb_keysym_t> symbols;
@@ -154,19 +133,12 @@ void X11Keyboard::assign(std::vector<Assignment> assignments) {
     }
 }
 
-std::vector<KeyCodeX> X11Keyboard::virtualKeysDown() const {
+std::vector<KeyCodeX> X11Keyboard::keysDown() const {
+    const auto answer =
+        x11.reply<xcb_query_keymap_reply>(xcb_query_keymap(x11.get()), "QueryKeymap");
     std::vector<KeyCodeX> down;
-    if (virtualKeyboard == XCB_XKB_ID_USE_CORE_KBD) return down;
-    const auto answer = x11.reply<xcb_input_query_device_state_reply>(
-        xcb_input_query_device_state(x11.get(), static_cast<std::uint8_t>(virtualKeyboard)),
-        "QueryDeviceState");
-    for (auto each = xcb_input_query_device_state_classes_iterator(answer.get()); each.rem;
-         xcb_input_input_state_next(&each)) {
-        if (each.data->class_id != XCB_INPUT_INPUT_CLASS_KEY) continue;
-        const auto* keys = reinterpret_cast<const xcb_input_key_state_t*>(each.data)->keys;
-        for (int code = 8; code < 256; ++code) {
-            if (keys[code / 8] >> (code % 8) & 1) down.push_back(static_cast<KeyCodeX>(code));
-        }
+    for (int code = 8; code < 256; ++code) {
+        if (answer->keys[code / 8] >> (code % 8) & 1) down.push_back(static_cast<KeyCodeX>(code));
     }
     return down;
 }

@@ -9,6 +9,7 @@
 
 #include "OrvelAgent/Platform/Linux/HeldKeys.h"
 #include "OrvelAgent/Platform/Linux/KeyLayout.h"
+#include "OrvelAgent/Platform/Linux/VirtualDevices.h"
 #include "OrvelAgent/Platform/Linux/X11Connection.h"
 
 struct xkb_context;
@@ -19,11 +20,14 @@ namespace orvel {
 // are pressed. Belongs to one thread; whatever asks the server throws X11Failure.
 class X11Keyboard {
 public:
-    // `x11` outlives this. Without XKB, which every server has today, there is no keyboard: throws.
-    explicit X11Keyboard(const X11Connection& x11);
+    // Both outlive this. Throws without XKB, which every server has today.
+    X11Keyboard(const X11Connection& x11, const VirtualDevices& devices);
 
-    // True: it was about the keyboard. The layout is read anew when it is needed next.
+    // True: it was about the keyboard.
     bool handle(const xcb_generic_event_t& event);
+
+    // It is read anew when it is needed next.
+    void forgetLayout() { current.reset(); }
 
     // Under the layout in use; valid until the next call of handle() or of this.
     const KeyLayout& layout();
@@ -43,26 +47,18 @@ public:
 
     // Gives each of the keys one keysym, whatever the modifiers; 0: none. Sent with the next flush.
     // Such a key stays a spare one in layout().
-    struct Assignment {
-        KeyCodeX code = 0;
-        std::uint32_t symbol = 0;
-    };
-    void assign(std::vector<Assignment> assignments);
-    // The keys that are down on the virtual keyboard, by whichever program.
-    std::vector<KeyCodeX> virtualKeysDown() const;
-
-    // The virtual keyboard.
-    std::uint16_t device() const { return virtualKeyboard; }
+    void assign(std::vector<KeyAssignment> assignments);
+    // The keys that are down as programs see it, by whomever.
+    std::vector<KeyCodeX> keysDown() const;
 
 private:
     struct Release {
         void operator()(xkb_context* context) const;
     };
-    void findVirtualKeyboard();
 
     const X11Connection& x11;
+    const VirtualDevices& devices;
     std::uint8_t xkbEvent = 0;
-    std::uint16_t virtualKeyboard = 0;
     std::unique_ptr<xkb_context, Release> context;
     std::optional<KeyLayout> current;
     std::uint32_t number = 0;

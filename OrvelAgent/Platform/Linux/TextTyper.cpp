@@ -1,0 +1,180 @@
+#include "OrvelAgent/Platform/Linux/TextTyper.h"
+
+#include <xkbcommon/xkbcommon-keysyms.h>
+#include <xkbcommon/xkbcommon.h>
+
+#include <algorithm>
+
+namespace orvel {
+
+namespace {
+
+// Characters typed between two questions to the server, which keeps us from outrunning it.
+constexpr std::size_t atOnce = 32;
+
+// Such portions in one call.
+constexpr int mostPortions = 8;
+
+// How far ahead characters without a key are looked for.
+constexpr std::size_t lookAhead = 512;
+
+void append(std::vector<KeyAction>& to, const std::vector<KeyAction>& actions) {
+    to.insert(to.end(), actions.begin(), actions.end());
+}
+
+}  // namespace
+
+TextTyper::TextTyper(X11Keyboard& ourKeyboard, const HeldKeys& heldKeys)
+    : keyboard(ourKeyboard), held(heldKeys) {}
+
+bool TextTyper::isTypeable(char32_t character) const {
+    const bool isControl = character < ' ' || (character >= 0x7F && character < 0xA0);
+    return !isControl || character == '\t';
+}
+
+void TextTyper::add(std::u16string_view units) {
+    for (const char32_t character : joiner.join(units)) {
+        if (isTypeable(character)) pending += character;
+    }
+}
+
+std::optional<MonotonicTime> TextTyper::type(MonotonicTime now) {
+    for (int portions = 0; !pending.empty(); ++portions) {
+        if (portions == mostPortions) return now;
+        followLayout();
+        const auto around = context();
+        std::vector<KeyAction> actions = around.before;
+        std::size_t count = 0;
+        for (; count < std::min(pending.size(), atOnce); ++count) {
+            const auto keys = actionsFor(pending[count], around, now);
+            if (!keys) break;
+            append(actions, *keys);
+        }
+        if (count == 0) {
+            if (const auto wait = lendKeys(around, now)) return wait;
+            continue;
+        }
+        append(actions, around.after);
+        if (around.unlocked) keyboard.lock(around.unlocked, false);
+        keyboard.send(actions);
+        if (around.unlocked) keyboard.lock(around.unlocked, true);
+        pending.erase(0, count);
+    }
+    return std::nullopt;
+}
+
+void TextTyper::followLayout() {
+    const auto& layout = keyboard.layout();
+    if (keyboard.layoutNumber() == layoutNumber) return;
+    layoutNumber = keyboard.layoutNumber();
+    // A new layout takes back what was lent.
+    for (const auto& key : spare.lent()) {
+        if (layout.symbolOf(key.code) != xkb_utf32_to_keysym(key.character)) spare.forget(key.code);
+    }
+    spare.setCodes(layout.spareCodes());
+}
+
+TextTyper::Context TextTyper::context() {
+    const auto& layout = keyboard.layout();
+    Context around;
+    around.state = keyboard.state();
+    const auto letGo = [&](KeyCodeX code) {
+        around.before.push_back({code, false});
+        around.state.held &= static_cast<ModifierMask>(~layout.maskOf(code));
+    };
+    for (const KeyCodeX code : held.codes()) {
+        if (layout.maskOf(code) == 0) continue;
+        letGo(code);
+        around.after.push_back({code, true});
+    }
+    ModifierMask harmless = 0;
+    for (const auto role : {ModifierRole::shift, ModifierRole::level3}) {
+        if (const auto key = layout.modifier(role)) harmless |= key->mask;
+    }
+    if (around.state.held & ~harmless) {
+        for (const KeyCodeX code : keyboard.keysDown()) {
+            if ((layout.maskOf(code) & ~harmless) && !held.holds(code)) letGo(code);
+        }
+    }
+    around.unlocked = around.state.locked & lockModifier;
+    for (const auto role : {ModifierRole::shift, ModifierRole::control, ModifierRole::alternate,
+                            ModifierRole::super}) {
+        const auto key = layout.modifier(role);
+        if (key) around.unlocked |= around.state.locked & key->mask;
+    }
+    around.state.locked &= static_cast<ModifierMask>(~around.unlocked);
+    return around;
+}
+
+std::optional<std::vector<KeyAction>> TextTyper::actionsFor(char32_t character,
+                                                            const Context& around,
+                                                            MonotonicTime now) {
+    const auto& layout = keyboard.layout();
+    KeyLayout::Stroke stroke;
+    if (character == '\t') {
+        const auto tab = layout.named("TAB");
+        if (!tab) return std::vector<KeyAction>{};
+        stroke.code = *tab;
+    } else if (const auto known = layout.strokeFor(character, around.state)) {
+        stroke = *known;
+    } else if (const auto* lent = spare.find(character)) {
+        if (now < lent->readyAt) return std::nullopt;
+        stroke.code = lent->code;
+        spare.markUsed(character, now);
+    } else if (spare.size() == 0 || xkb_utf32_to_keysym(character) == XKB_KEY_NoSymbol) {
+        return std::vector<KeyAction>{};
+    } else {
+        return std::nullopt;
+    }
+    std::vector<KeyAction> actions{{stroke.code, true}, {stroke.code, false}};
+    // A key that the phone holds has to come up first, or it would not go down.
+    if (held.holds(stroke.code)) actions = {{stroke.code, false}, {stroke.code, true}};
+    for (const auto& [wanted, role] : {std::pair(stroke.withLevel3, ModifierRole::level3),
+                                       std::pair(stroke.withShift, ModifierRole::shift)}) {
+        const auto key = wanted ? layout.modifier(role) : std::nullopt;
+        if (!key) continue;
+        actions.insert(actions.begin(), {key->code, true});
+        actions.push_back({key->code, false});
+    }
+    return actions;
+}
+
+// Until when to wait; nullopt: type on.
+std::optional<MonotonicTime> TextTyper::lendKeys(const Context& around, MonotonicTime now) {
+    if (const auto* lent = spare.find(pending.front()); lent && now < lent->readyAt)
+        return lent->readyAt;
+    std::vector<char32_t> wanted;
+    for (const char32_t character : pending.substr(0, lookAhead)) {
+        if (wanted.size() == spare.size()) break;
+        if (character == '\t' || keyboard.layout().strokeFor(character, around.state) ||
+            xkb_utf32_to_keysym(character) == XKB_KEY_NoSymbol ||
+            std::find(wanted.begin(), wanted.end(), character) != wanted.end())
+            continue;
+        wanted.push_back(character);
+    }
+    const auto plan = spare.lend(wanted, now);
+    if (plan.waitUntil) return plan.waitUntil;
+    std::vector<KeyAssignment> assignments;
+    for (const auto& key : plan.changed)
+        assignments.push_back({key.code, xkb_utf32_to_keysym(key.character)});
+    keyboard.assign(assignments);
+    return now + SpareKeys::grace;
+}
+
+std::vector<KeyAssignment> TextTyper::lent() const {
+    std::vector<KeyAssignment> all;
+    for (const auto& key : spare.lent())
+        all.push_back({key.code, xkb_utf32_to_keysym(key.character)});
+    return all;
+}
+
+void TextTyper::giveBack() {
+    followLayout();
+    std::vector<KeyAssignment> assignments;
+    for (const auto& key : spare.lent())
+        assignments.push_back({key.code, 0});
+    keyboard.assign(assignments);
+    spare.forgetAll();
+}
+
+}  // namespace orvel

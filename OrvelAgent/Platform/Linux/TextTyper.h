@@ -1,0 +1,68 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "OrvelAgent/Platform/Linux/HeldKeys.h"
+#include "OrvelAgent/Platform/Linux/SpareKeys.h"
+#include "OrvelAgent/Platform/Linux/X11Keyboard.h"
+#include "OrvelKit/Base/Clock.h"
+#include "OrvelKit/Base/Unicode.h"
+
+namespace orvel {
+
+// Types text, whatever the layout: with the keys that have a character, Shift and AltGr added; the
+// characters that no key has are lent spare keys, many in one change, and keep them for a while, as
+// each change makes every program read the keyboard's table again.
+//
+// What is typed is the text, whatever else is pressed: Caps Lock is unlocked meanwhile; modifiers
+// that we hold are let go of and pressed again; the user's Shift and AltGr are reckoned with, other
+// modifiers of the user are let go of, and count as released from then on. Of control characters
+// there is Tab; the others are left out, and so are characters for which no key is left.
+//
+// Belongs to one thread; waits for the server and throws X11Failure.
+class TextTyper {
+public:
+    // Both outlive this.
+    TextTyper(X11Keyboard& keyboard, const HeldKeys& held);
+
+    // More text for type(). A surrogate pair may be cut between two calls.
+    void add(std::u16string_view units);
+    // What follows does not continue the text so far.
+    void endText() { joiner.reset(); }
+    // Types on. What is returned: when to call again, which may be at once; nullopt: all is typed.
+    // The caller writes down what is lent and flushes.
+    std::optional<MonotonicTime> type(MonotonicTime now);
+
+    std::vector<KeyAssignment> lent() const;
+    // nullopt: nothing is lent.
+    std::optional<MonotonicTime> lastUse() const { return spare.lastUse(); }
+    // Gives the keys back.
+    void giveBack();
+
+private:
+    struct Context {
+        KeyLayout::State state;         // while typing
+        std::vector<KeyAction> before;  // what makes it so
+        std::vector<KeyAction> after;   // what puts it back
+        ModifierMask unlocked = 0;      // meanwhile
+    };
+    Context context();
+    // The keys for one character; nullopt: it has none yet.
+    std::optional<std::vector<KeyAction>> actionsFor(char32_t character, const Context& context,
+                                                     MonotonicTime now);
+    std::optional<MonotonicTime> lendKeys(const Context& context, MonotonicTime now);
+    void followLayout();
+    bool isTypeable(char32_t character) const;
+
+    X11Keyboard& keyboard;
+    const HeldKeys& held;
+    SpareKeys spare;
+    std::uint32_t layoutNumber = 0;
+    Utf16Joiner joiner;
+    std::u32string pending;
+};
+
+}  // namespace orvel
