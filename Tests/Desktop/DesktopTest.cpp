@@ -1,16 +1,10 @@
 // The real program on a real X server, its stream judged by ffmpeg.
 
-#include <gtest/gtest.h>
-
-#include <signal.h>
-
 #include <array>
 #include <fstream>
 
-#include "Phone/PhoneConnection.h"
-#include "Tests/Support/AgentProcess.h"
+#include "Tests/Desktop/AgentDesktop.h"
 #include "Tests/Support/XDesk.h"
-#include "Tests/Support/XServer.h"
 
 using namespace std::chrono_literals;
 
@@ -19,8 +13,6 @@ namespace {
 
 using phone::PhoneConnection;
 using Colour = std::array<int, 3>;
-
-constexpr int width = 640, height = 480;
 
 // What a phone has received, as a file that other decoders read.
 class Stream {
@@ -69,7 +61,7 @@ private:
     Bytes bytes;
 };
 
-Colour colourAt(const Bytes& picture, int x, int y, int pictureWidth = width) {
+Colour colourAt(const Bytes& picture, int x, int y, int pictureWidth = 640) {
     const std::size_t at = (static_cast<std::size_t>(y) * pictureWidth + x) * 3;
     return {picture[at], picture[at + 1], picture[at + 2]};
 }
@@ -79,57 +71,30 @@ void expectNear(const Colour& colour, const Colour& want, const char* where) {
         EXPECT_NEAR(colour[i], want[i], 8) << where << " channel " << i;
 }
 
-class DesktopTest : public testing::Test {
+class DesktopTest : public AgentDesktop {
 protected:
-    DesktopTest()
-        : server({.width = width, .height = height}),
-          desk(std::make_unique<XDesk>(server.display())) {}
-
-    // An end without complaints, a sanitizer's among them.
-    void TearDown() override {
-        agent->signal(SIGTERM);
-        EXPECT_EQ(agent->wait(), 0) << agent->errors();
-    }
-
-    void startAgent() {
-        agent = std::make_unique<AgentProcess>(folder / "state", server.display());
-        port = agent->waitListening();
-        ASSERT_NE(port, 0) << agent->errors();
-    }
-    // Paired at the first time, known later.
-    std::unique_ptr<PhoneConnection> admitted(int receiveBuffer = 0) {
-        auto connection = std::make_unique<PhoneConnection>(identity);
-        EXPECT_TRUE(connection->connect("127.0.0.1", port, 10s, receiveBuffer));
-        EXPECT_TRUE(connection->secure());
-        connection->send({connection->hello("Telefon", connection->code())});
-        welcome = connection->waitFor<Welcome>();
-        EXPECT_TRUE(welcome) << agent->errors();
-        return connection;
-    }
-    // Receives until the screen is at rest and its sharp picture is there: then nothing more comes.
-    // What precedes the first format cannot be decoded by itself and is left out.
+    // Receives until the screen is at rest and its sharp picture is there: then no more pictures
+    // come. What precedes the first format cannot be decoded by itself and is left out.
     void receiveUntilQuiet(PhoneConnection& connection, Stream& stream) {
         bool hasFormat = false;
         const auto end = std::chrono::steady_clock::now() + 30s;
-        while (const auto event = connection.next(1500ms)) {
+        auto lastPicture = std::chrono::steady_clock::now();
+        while (std::chrono::steady_clock::now() - lastPicture < 1500ms) {
+            const auto event = connection.next(1500ms);
+            if (!event) break;
             ASSERT_LT(std::chrono::steady_clock::now(), end);
             if (const auto* format = event->as<VideoFormat>()) {
                 hasFormat = true;
                 stream.add(*format);
-            } else if (const auto* frame = event->as<VideoFrame>(); frame && hasFormat) {
-                stream.add(*frame);
+            } else if (const auto* frame = event->as<VideoFrame>()) {
+                lastPicture = std::chrono::steady_clock::now();
+                if (hasFormat) stream.add(*frame);
             }
         }
         EXPECT_TRUE(hasFormat);
     }
 
-    TemporaryFolder folder;
-    XServer server;
-    std::unique_ptr<XDesk> desk;
-    std::unique_ptr<AgentProcess> agent;
-    std::uint16_t port = 0;
-    const Identity identity{PrivateKey::generate()};
-    std::optional<Welcome> welcome;
+    std::unique_ptr<XDesk> desk = std::make_unique<XDesk>(server.display());
 };
 
 TEST_F(DesktopTest, ffmpegSeesWhatWasDrawn) {

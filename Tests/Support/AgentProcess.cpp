@@ -101,12 +101,20 @@ std::vector<std::string> agentCommand(const std::string& stateFolder,
     return command;
 }
 
+std::map<std::string, std::string> isolated(std::map<std::string, std::string> environment,
+                                            const std::string& display) {
+    environment.insert({{"DISPLAY", display},
+                        {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"},
+                        {"PULSE_SERVER", "unix:/nonexistent"}});
+    return environment;
+}
+
 }  // namespace
 
 AgentProcess::AgentProcess(const std::string& stateFolder, const std::string& display,
-                           const std::vector<std::string>& more)
-    : LineProcess(agentCommand(stateFolder, more),
-                  {{"DISPLAY", display}, {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"}}) {}
+                           const std::vector<std::string>& more,
+                           std::map<std::string, std::string> environment)
+    : LineProcess(agentCommand(stateFolder, more), isolated(std::move(environment), display)) {}
 
 std::uint16_t AgentProcess::waitListening() {
     const auto listening = readUntil("\"listening\"");

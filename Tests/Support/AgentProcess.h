@@ -42,11 +42,13 @@ private:
     std::optional<BackgroundProcess> child;
 };
 
-// orvel-agent on a state folder of its own, on loopback and unannounced; `display` may be empty.
+// orvel-agent on a state folder of its own, on loopback and unannounced; `display` may be empty. It
+// finds no session bus and no sound server but those that `environment` names.
 class AgentProcess : public LineProcess {
 public:
     AgentProcess(const std::string& stateFolder, const std::string& display,
-                 const std::vector<std::string>& more = {});
+                 const std::vector<std::string>& more = {},
+                 std::map<std::string, std::string> environment = {});
     // The port of its `listening` line, after reading up to `waiting`; 0 when they do not come.
     std::uint16_t waitListening();
     // The text of the member `name` in a line, up to the next quote: enough for IDs and codes.
