@@ -25,10 +25,44 @@ constexpr const char* matches[] = {
     // As some versions of GTK 4 spell it.
     "type='signal',interface='org.a11y.atspi.Event.Window',member='activate'",
     "type='signal',interface='org.a11y.atspi.Event.Window',member='deactivate'",
+    // An application joins.
+    "type='signal',sender='org.a11y.atspi.Registry',member='ChildrenChanged'",
     "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged'"};
 
 bool is(const char* text, const char* other) {
     return g_ascii_strcasecmp(text, other) == 0;
+}
+
+// Signals tell what has changed, a number or whether it is so, another number, and more, whose
+// types differ between toolkits and versions.
+GVariantPtr part(GVariant* body, gsize index, const char* type) {
+    if (g_variant_n_children(body) <= index) return nullptr;
+    GVariantPtr child(g_variant_get_child_value(body, index));
+    return g_variant_is_of_type(child.get(), G_VARIANT_TYPE(type)) ? std::move(child) : nullptr;
+}
+
+bool speaksOf(GVariant* body, const char* what) {
+    const auto name = part(body, 0, "s");
+    return name && is(g_variant_get_string(name.get(), nullptr), what);
+}
+
+// Whether an element has the focus now; nullopt: the signal is about something else.
+std::optional<bool> focusChange(GVariant* body) {
+    const auto isSet = part(body, 1, "i");
+    if (!isSet || !speaksOf(body, "focused")) return std::nullopt;
+    return g_variant_get_int32(isSet.get()) != 0;
+}
+
+// Which application has joined the others, if that is what the signal tells.
+std::optional<std::string> joined(GVariant* body) {
+    const auto boxed = part(body, 3, "v");
+    if (!boxed || !speaksOf(body, "add")) return std::nullopt;
+    const GVariantPtr root(g_variant_get_variant(boxed.get()));
+    if (!g_variant_is_of_type(root.get(), G_VARIANT_TYPE("(so)"))) return std::nullopt;
+    const char* application = nullptr;
+    g_variant_get_child(root.get(), 0, "&s", &application);
+    return g_dbus_is_unique_name(application) ? std::optional<std::string>(application)
+                                              : std::nullopt;
 }
 
 }  // namespace
@@ -40,6 +74,7 @@ void FocusObserver::connect(const std::string& address) {
     forget();
     searching.cancel();
     activeApplication.clear();
+    unsure.clear();
     inquiries.clear();
     mustInquire = false;
     registering = 0;
@@ -79,17 +114,24 @@ void FocusObserver::registerEvents() {
 }
 
 void FocusObserver::lookAround() {
-    const AccessibleTree tree(bus);
-    tree.applications([weak = weak_from_this(), tree](const std::vector<AccessibleRef>& all) {
-        for (const auto& root : all) {
-            tree.activeWindow(root.application, [weak](const std::optional<AccessibleRef>& window) {
-                const auto self = weak.lock();
-                if (!self || !window) return;
-                self->queue.assertCurrent();
-                if (self->activeApplication.empty()) self->activated(*window);
-            });
-        }
-    });
+    AccessibleTree(bus).applications(
+        [weak = weak_from_this()](const std::vector<AccessibleRef>& all) {
+            const auto self = weak.lock();
+            if (!self) return;
+            self->queue.assertCurrent();
+            for (const auto& root : all)
+                self->lookAt(root.application);
+        });
+}
+
+void FocusObserver::lookAt(const std::string& application) {
+    AccessibleTree(bus).activeWindow(
+        application, [weak = weak_from_this()](const std::optional<AccessibleRef>& window) {
+            const auto self = weak.lock();
+            if (!self || !window) return;
+            self->queue.assertCurrent();
+            if (self->activeApplication != window->application) self->activated(*window);
+        });
 }
 
 void FocusObserver::received(const BusSignal& signal) {
@@ -102,6 +144,11 @@ void FocusObserver::received(const BusSignal& signal) {
         if (is(name, registry)) registerEvents();
         return;
     }
+    if (is(signal.member, "ChildrenChanged")) {
+        // Its window may have become active before it could tell.
+        if (const auto application = joined(signal.body)) lookAt(*application);
+        return;
+    }
     const AccessibleRef source{signal.sender, signal.path};
     if (is(signal.member, "Activate")) return activated(source);
     if (is(signal.member, "Deactivate")) {
@@ -109,16 +156,10 @@ void FocusObserver::received(const BusSignal& signal) {
         if (focused && focused->application == source.application) lost();
         return;
     }
-    // Which state, whether it is set, and more, whose types differ between toolkits.
-    if (!is(signal.member, "StateChanged") || g_variant_n_children(signal.body) < 2) return;
-    const GVariantPtr state(g_variant_get_child_value(signal.body, 0));
-    const GVariantPtr isSet(g_variant_get_child_value(signal.body, 1));
-    if (!g_variant_is_of_type(state.get(), G_VARIANT_TYPE_STRING) ||
-        !g_variant_is_of_type(isSet.get(), G_VARIANT_TYPE_INT32) ||
-        !is(g_variant_get_string(state.get(), nullptr), "focused")) {
-        return;
-    }
-    if (g_variant_get_int32(isSet.get()) != 0) {
+    if (!is(signal.member, "StateChanged")) return;
+    const auto hasFocus = focusChange(signal.body);
+    if (!hasFocus) return;
+    if (*hasFocus) {
         gained(source);
     } else if (focused == source) {
         lost();
@@ -131,17 +172,21 @@ void FocusObserver::vanished(const std::string& application) {
 }
 
 void FocusObserver::gained(const AccessibleRef& element) {
-    if (activeApplication == element.application) return follow(element);
+    const auto& application = element.application;
+    if (activeApplication == application) return follow(element);
     // A window in the background may move its focus too: then it is not the keyboard's.
-    AccessibleTree(bus).activeWindow(
-        element.application,
-        [weak = weak_from_this(), element](const std::optional<AccessibleRef>& window) {
-            const auto self = weak.lock();
-            if (!self || !window) return;
-            self->queue.assertCurrent();
-            self->activeApplication = element.application;
-            self->follow(element);
-        });
+    const bool isAsked = !unsure.insert_or_assign(application, element).second;
+    if (isAsked) return;
+    AccessibleTree(bus).activeWindow(application, [weak = weak_from_this(), application](
+                                                      const std::optional<AccessibleRef>& window) {
+        const auto self = weak.lock();
+        if (!self) return;
+        self->queue.assertCurrent();
+        const auto newest = self->unsure.extract(application);
+        if (!window || !newest) return;
+        self->activeApplication = application;
+        self->follow(newest.mapped());
+    });
 }
 
 void FocusObserver::lost() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -33,6 +34,7 @@ private:
     void registerEvents() RUNS_ON(queue);
     // For what has the focus already.
     void lookAround() RUNS_ON(queue);
+    void lookAt(const std::string& application) RUNS_ON(queue);
     void received(const BusSignal& signal) RUNS_ON(queue);
     void vanished(const std::string& application) RUNS_ON(queue);
     void gained(const AccessibleRef& element) RUNS_ON(queue);
@@ -52,8 +54,10 @@ private:
     std::string activeApplication OWNED_BY(queue);         // that has the active window
     std::optional<AccessibleRef> focused OWNED_BY(queue);  // the newest
     std::optional<Element> reported OWNED_BY(queue);       // of it, or still of the one before
-    std::set<std::string> inquiries OWNED_BY(queue);       // under way: application and path
-    bool mustInquire OWNED_BY(queue) = false;              // when there is room
+    // The newest of an application that may not be active, while it is asked.
+    std::map<std::string, AccessibleRef> unsure OWNED_BY(queue);
+    std::set<std::string> inquiries OWNED_BY(queue);  // under way: application and path
+    bool mustInquire OWNED_BY(queue) = false;         // when there is room
     Timer losing OWNED_BY(queue), searching OWNED_BY(queue);
 };
 
