@@ -16,6 +16,10 @@ struct X11FrontWindow::Session {
 
     const WindowIdentityReader identities;
     xcb_atom_t activeWindow = XCB_NONE, supportingCheck = XCB_NONE;
+    // The last window that was called active. Managers may go on to call it so when it is closed or
+    // put away and no other one takes its place.
+    xcb_window_t active = XCB_NONE;
+    bool isActiveHidden = false;
     xcb_window_t manager = XCB_NONE;  // the window manager's own window, as long as there is one
     bool isManagerGone = false;       // what the root window says is from before its end
 };
@@ -55,13 +59,34 @@ void X11FrontWindow::handle(const xcb_generic_event_t& event) {
         if (change.window != client->x11().root()) return;
         if (change.atom == session->supportingCheck) findManager();
         if (change.atom == session->supportingCheck || change.atom == session->activeWindow) look();
-    } else if (eventType(event) == XCB_DESTROY_NOTIFY) {
-        const auto& gone = reinterpret_cast<const xcb_destroy_notify_event_t&>(event);
-        if (gone.window != session->manager) return;
-        session->manager = XCB_NONE;
-        session->isManagerGone = true;
-        look();
+        return;
     }
+    // The window's place is the same in each of these.
+    const auto window = reinterpret_cast<const xcb_destroy_notify_event_t&>(event).window;
+    switch (eventType(event)) {
+        case XCB_DESTROY_NOTIFY:
+            if (window == session->manager) {
+                session->manager = XCB_NONE;
+                session->isManagerGone = true;
+                look();
+            }
+            [[fallthrough]];
+        case XCB_UNMAP_NOTIFY:
+        case XCB_MAP_NOTIFY:
+            if (window == session->active) {
+                session->isActiveHidden = eventType(event) == XCB_UNMAP_NOTIFY;
+                // Its number may become another window's.
+                if (eventType(event) == XCB_DESTROY_NOTIFY) session->active = front = XCB_NONE;
+                look();
+            }
+            return;
+        default:
+            return;
+    }
+}
+
+void X11FrontWindow::watch(xcb_window_t window, std::uint32_t events) {
+    xcb_change_window_attributes(client->x11().get(), window, XCB_CW_EVENT_MASK, &events);
 }
 
 xcb_window_t X11FrontWindow::readWindow(xcb_window_t of, xcb_atom_t property) {
@@ -86,8 +111,7 @@ void X11FrontWindow::findManager() {
     // A few have none, and are believed all the same.
     if (named == XCB_NONE) return;
     // Asked for its end first, and then whether it is there.
-    const std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
-    xcb_change_window_attributes(x11.get(), named, XCB_CW_EVENT_MASK, &events);
+    watch(named, XCB_EVENT_MASK_STRUCTURE_NOTIFY);
     if (readWindow(named, session->supportingCheck) == named) {
         session->manager = named;
     } else {
@@ -95,17 +119,33 @@ void X11FrontWindow::findManager() {
     }
 }
 
+xcb_window_t X11FrontWindow::activeWindow() {
+    if (session->isManagerGone) return XCB_NONE;
+    const auto root = client->x11().root();
+    const auto window = readWindow(root, session->activeWindow);
+    if (window == XCB_NONE || window == root) return XCB_NONE;
+    if (window != session->active) {
+        if (session->active != XCB_NONE) watch(session->active, XCB_EVENT_MASK_NO_EVENT);
+        watch(window, XCB_EVENT_MASK_STRUCTURE_NOTIFY);
+        session->active = window;
+        session->isActiveHidden = false;
+    }
+    return session->isActiveHidden ? xcb_window_t{XCB_NONE} : window;
+}
+
 void X11FrontWindow::look() {
-    const xcb_window_t window = session->isManagerGone
-                                    ? xcb_window_t{XCB_NONE}
-                                    : readWindow(client->x11().root(), session->activeWindow);
+    const xcb_window_t window = activeWindow();
     if (window != XCB_NONE && window == front) return settled.cancel();
     const auto identity = window == XCB_NONE ? std::nullopt : session->identities.read(window);
     if (identity) {
         settled.cancel();
         front = window;
+        isFrontTold = true;
         onChange(*identity);
-    } else if (front != XCB_NONE && !settled.isPending()) {
+        return;
+    }
+    if (window != XCB_NONE) session->active = XCB_NONE;  // it has gone
+    if (isFrontTold && !settled.isPending()) {
         settled = queue.after(settling, [this] {
             queue.assertCurrent();
             none();
@@ -115,7 +155,8 @@ void X11FrontWindow::look() {
 
 void X11FrontWindow::none() {
     settled.cancel();
-    if (std::exchange(front, xcb_window_t{XCB_NONE}) != XCB_NONE) onChange({});
+    front = XCB_NONE;
+    if (std::exchange(isFrontTold, false)) onChange({});
 }
 
 }  // namespace orvel

@@ -33,6 +33,8 @@ private:
     void handle(const xcb_generic_event_t& event) RUNS_ON(queue);
     void findManager() RUNS_ON(queue);
     void look() RUNS_ON(queue);
+    xcb_window_t activeWindow() RUNS_ON(queue);
+    void watch(xcb_window_t window, std::uint32_t events) RUNS_ON(queue);
     void none() RUNS_ON(queue);
     xcb_window_t readWindow(xcb_window_t of, xcb_atom_t property) RUNS_ON(queue);
 
@@ -40,7 +42,8 @@ private:
     const std::function<void(const WindowIdentity&)> onChange;
     std::shared_ptr<X11Client> client OWNED_BY(queue);
     std::unique_ptr<Session> session OWNED_BY(queue);  // while there is a server
-    xcb_window_t front OWNED_BY(queue) = XCB_NONE;     // the last one told
+    xcb_window_t front OWNED_BY(queue) = XCB_NONE;     // the last one told, if it still is
+    bool isFrontTold OWNED_BY(queue) = false;          // rather than that there is none
     Timer settled OWNED_BY(queue);
 };
 
