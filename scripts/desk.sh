@@ -1,5 +1,6 @@
 # shellcheck shell=bash
-# What a desktop has and a bare machine lacks: a display with something on it, and a DNS-SD responder.
+# What a desktop has and a bare machine lacks: a display with something on it, sound, and a DNS-SD
+# responder.
 
 virtualSize=1920x1080
 
@@ -16,9 +17,36 @@ startDisplay() {
     unset WAYLAND_DISPLAY
 }
 
-# startVirtualDesk: a display with a window manager and a clock, whose process is clockPid.
+soundAnswers() { timeout 5 pactl info >/dev/null 2>&1; }
+
+# startSound: a sound server of our own whose output has no device; sets PULSE_SERVER. False when that
+# cannot be had.
+startSound() {
+    command -v pulseaudio >/dev/null || return 1
+    needScratch
+    local address=unix:$scratch/sound
+    # It would start a bus where it finds none, and write to the home of whoever runs this.
+    start sound env -u DISPLAY -u XDG_CONFIG_HOME HOME="$scratch" XDG_RUNTIME_DIR="$scratch" \
+        DBUS_SESSION_BUS_ADDRESS=disabled: DBUS_SYSTEM_BUS_ADDRESS=disabled: \
+        pulseaudio -n --daemonize=no --use-pid-file=no --exit-idle-time=-1 --disallow-exit --log-target=stderr \
+        -L "module-native-protocol-unix auth-cookie-enabled=0 socket=$scratch/sound" \
+        -L 'module-null-sink sink_name=virtual rate=48000'
+    PULSE_SERVER=$address waitUntil 10 soundAnswers || return 1
+    export PULSE_SERVER=$address
+}
+
+# playTone HERTZ SECONDS: a sine of half the full scale on the default output, by a program of its own; its
+# pid is $!.
+playTone() {
+    needScratch
+    ffmpeg -v error -y -f lavfi -i "sine=frequency=$1:duration=$2:sample_rate=48000" -af volume=12dB -ac 2 "$scratch/tone.wav" </dev/null
+    start player paplay "$scratch/tone.wav"
+}
+
+# startVirtualDesk: a display with a window manager and a clock, whose process is clockPid; and sound.
 startVirtualDesk() {
     startDisplay
+    startSound || say "the virtual desktop has no sound"
     xsetroot -solid '#31506b'
     start openbox openbox --sm-disable
     start clock xterm -geometry 64x14+60+60 -fa Monospace -fs 14 -bg '#10181f' -fg '#d8e6f0' -title 'Orvel' \

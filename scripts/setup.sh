@@ -1,22 +1,25 @@
 # shellcheck shell=bash
 # Installs what is missing of packages.txt.
 
-# listed SECTION ...: the package names of these sections; of all when none is given.
+# listed SECTION ...: the packages of these sections; of all when none is given. NAME|OTHER where one of
+# them will do.
 listed() {
     awk -v wanted=" $* " '
         match($0, /^# \[[a-z]+\]/) { section = substr($0, 4, RLENGTH - 4); next }
-        { sub(/#.*/, "") }
-        NF && (wanted ~ /^ *$/ || index(wanted, " " section " ")) { print $1 }
+        { sub(/#.*/, ""); gsub(/[ \t]/, "") }
+        NF && (wanted ~ /^ *$/ || index(wanted, " " section " ")) { print }
     ' "$root/packages.txt"
 }
 
-# missing PACKAGE ...: those that are not installed.
+# missing PACKAGE ...: those that are not installed, and the first where none is of several that will do.
 missing() {
-    local installed
+    local names
+    mapfile -t names < <(printf '%s\n' "$@" | tr '|' '\n')
     # dpkg-query fails for a name that it never heard of; what it says of the others still counts.
-    installed=$(dpkg-query -W -f '${Package} ${db:Status-Status}\n' "$@" 2>/dev/null |
-        awk '$2 == "installed" { print $1 }') || true
-    printf '%s\n' "$@" | grep -vxF -f <(printf '%s\n' "$installed") || true
+    awk -F '|' '
+        FILENAME == ARGV[1] { if ($2 == "installed") installed[$1]; next }
+        { for (i = 1; i <= NF; ++i) if ($i in installed) next; print $1 }
+    ' <(dpkg-query -W -f '${Package}|${db:Status-Status}\n' "${names[@]}" 2>/dev/null || true) <(printf '%s\n' "$@")
 }
 
 # setUp [SECTION ...]: instant when nothing is missing.

@@ -3,7 +3,7 @@
 
 # What is worth a second build with the thread sanitizer: whatever uses more than one thread.
 threadedSuites=(orvel-base-tests orvel-core-tests orvel-agent-tests orvel-phone-tests orvel-process-tests
-    orvel-desktop-tests)
+    orvel-desktop-tests orvel-sound-tests)
 
 fuzzSeconds=5   # for each fuzz target in ./orvel test
 suiteSeconds=600 # no test program takes nearly as long
@@ -26,7 +26,7 @@ testAll() {
     # A test sees no desktop and no home but the ones that it makes.
     local name
     for name in DISPLAY WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS DBUS_SYSTEM_BUS_ADDRESS \
-        XDG_CONFIG_HOME XDG_DATA_HOME XDG_STATE_HOME XDG_CACHE_HOME XDG_RUNTIME_DIR; do
+        XDG_CONFIG_HOME XDG_DATA_HOME XDG_STATE_HOME XDG_CACHE_HOME XDG_RUNTIME_DIR PULSE_SERVER; do
         unset "$name"
     done
     export UBSAN_OPTIONS=print_stacktrace=1

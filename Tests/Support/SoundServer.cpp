@@ -8,6 +8,11 @@
 
 namespace orvel {
 
+bool SoundServer::isInstalled() {
+    return BackgroundProcess({.command = {"pulseaudio", "--version"}, .outputFile = "/dev/null"})
+               .wait() == 0;
+}
+
 SoundServer::SoundServer() {
     start();
 }

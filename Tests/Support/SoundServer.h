@@ -15,6 +15,9 @@ namespace orvel {
 // and it knows no bus and no settings of the user's.
 class SoundServer {
 public:
+    // A desktop with another sound server has no use for this one.
+    static bool isInstalled();
+
     SoundServer();  // throws std::runtime_error, as everything here when the server refuses
 
     // As in $PULSE_SERVER.
