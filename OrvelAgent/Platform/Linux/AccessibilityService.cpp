@@ -96,10 +96,7 @@ void AccessibilityService::received(const BusSignal& signal) {
         g_variant_is_of_type(signal.body, G_VARIANT_TYPE("(sss)"))) {
         const char *before = nullptr, *after = nullptr;
         g_variant_get(signal.body, "(&s&s&s)", nullptr, &before, &after);
-        if (*before != 0) {
-            wasSwitchedOn = false;
-            setAddress({});
-        }
+        if (*before != 0) setAddress({});
         // Whoever needs it starts it: if it keeps falling we do not keep raising it.
         if (*after != 0 && session) askAddress(false);
     } else if (std::strcmp(signal.member, "PropertiesChanged") == 0 &&

@@ -39,7 +39,7 @@ private:
     SerialQueue& queue;
     std::shared_ptr<AsyncBus> session;
     std::string busAddress;
-    bool wasSwitchedOn = false;  // by us
+    bool wasSwitchedOn = false;  // by us; desktops remember it, and so tell it the next service
     bool hasScreenReader = false;
 };
 

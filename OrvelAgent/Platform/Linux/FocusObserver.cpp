@@ -12,6 +12,9 @@ constexpr auto lossDelay = std::chrono::milliseconds(100);
 // started cannot answer yet, browsers need time to describe a page that nobody asked for before.
 // In ms, each after the one before.
 constexpr int searchDelays[] = {150, 250, 400, 800, 1600};
+// An application that was too busy to describe what has the focus is asked again.
+constexpr auto retryDelay = std::chrono::seconds(1);
+constexpr int mostRetries = 3;
 constexpr std::size_t mostInquiries = 8;
 
 constexpr const char* registry = "org.a11y.atspi.Registry";
@@ -130,7 +133,8 @@ void FocusObserver::lookAt(const std::string& application) {
             const auto self = weak.lock();
             if (!self || !window) return;
             self->queue.assertCurrent();
-            if (self->activeApplication != window->application) self->activated(*window);
+            const bool isNews = self->activeApplication != window->application;
+            if (isNews || !self->focused) self->activated(*window);
         });
 }
 
@@ -200,6 +204,7 @@ void FocusObserver::lost() {
 
 void FocusObserver::follow(const AccessibleRef& element) {
     losing.cancel();
+    retries = 0;
     focused = element;
     inquire(element);
 }
@@ -224,13 +229,25 @@ void FocusObserver::described(const AccessibleRef& element,
                               const std::optional<AccessibleState>& state) {
     inquiries.erase(element.application + element.path);
     if (focused == element) {
-        // One that is just starting may not be able to answer yet: the search finds it.
-        if (!state || state->has(AccessibleState::defunct)) return forget();
+        if (!state) return undescribed(element);
         searching.cancel();
+        if (state->has(AccessibleState::defunct)) return forget();
         report(state->element());
     } else if (focused && mustInquire) {
         inquire(*focused);
     }
+}
+
+void FocusObserver::undescribed(const AccessibleRef& element) {
+    // In a window that has just become active the search goes on.
+    if (searching.isPending() || ++retries > mostRetries) return forget();
+    report(std::nullopt);
+    searching = queue.after(retryDelay, [weak = weak_from_this(), element] {
+        const auto self = weak.lock();
+        if (!self) return;
+        self->queue.assertCurrent();
+        if (self->focused == element) self->inquire(element);
+    });
 }
 
 void FocusObserver::activated(const AccessibleRef& window) {

@@ -43,6 +43,7 @@ private:
     void inquire(const AccessibleRef& element) RUNS_ON(queue);
     void described(const AccessibleRef& element, const std::optional<AccessibleState>& state)
         RUNS_ON(queue);
+    void undescribed(const AccessibleRef& element) RUNS_ON(queue);
     void activated(const AccessibleRef& window) RUNS_ON(queue);
     void searchSoon(const AccessibleRef& window, std::size_t tries) RUNS_ON(queue);
     void forget() RUNS_ON(queue);
@@ -58,6 +59,7 @@ private:
     std::map<std::string, AccessibleRef> unsure OWNED_BY(queue);
     std::set<std::string> inquiries OWNED_BY(queue);  // under way: application and path
     bool mustInquire OWNED_BY(queue) = false;         // when there is room
+    int retries OWNED_BY(queue) = 0;                  // of `focused`
     Timer losing OWNED_BY(queue), searching OWNED_BY(queue);
 };
 

@@ -14,7 +14,7 @@ namespace orvel {
 class LinuxTextFocus : public TextFocus {
 public:
     explicit LinuxTextFocus(SerialQueue& mainQueue);
-    // Waits for what "orvel.focus" is doing, which takes a second at most.
+    // Waits for what "orvel.focus" is doing: nothing, or waiting two seconds at most for a bus.
     ~LinuxTextFocus() override;
 
     void setObserved(bool observed) override;
