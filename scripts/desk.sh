@@ -39,7 +39,7 @@ startSound() {
 # pid is $!.
 playTone() {
     needScratch
-    ffmpeg -v error -y -f lavfi -i "sine=frequency=$1:duration=$2:sample_rate=48000" -af volume=12dB -ac 2 "$scratch/tone.wav" </dev/null
+    ffmpeg -v error -y -f lavfi -i "sine=frequency=$1:duration=$2:sample_rate=48000" -af volume=15dB -ac 2 "$scratch/tone.wav" </dev/null
     start player paplay "$scratch/tone.wav"
 }
 

@@ -475,6 +475,9 @@ TEST_F(ScreenStreamerTest, soundIsNumberedOnOverCapturesAndPausesWhenSwitchedOff
     EXPECT_THAT(numbers, ElementsAre(1));
     streamer->setAudio(false);
     hear(5'000);
+    EXPECT_FALSE(screen->running->capturesAudio);
+    started();
+    EXPECT_FALSE(screen->running->capturesAudio);
     streamer->setAudio(true);
     hear(959);  // the 940 frames from before are forgotten
     EXPECT_THAT(numbers, ElementsAre(1));
