@@ -8,7 +8,6 @@
 #include "OrvelAgent/App/HeadlessLines.h"
 #include "OrvelAgent/Core/TestPhone.h"
 #include "OrvelAgent/Platform/Fake/FakeCompressionSession.h"
-#include "OrvelAgent/Platform/Fake/FakeDefaults.h"
 #include "OrvelAgent/Platform/Fake/FakeEventPoster.h"
 #include "OrvelAgent/Platform/Fake/FakeFileSystem.h"
 #include "OrvelAgent/Platform/Fake/FakeHostInfo.h"
@@ -20,6 +19,7 @@
 #include "OrvelAgent/Platform/Fake/FakeServiceAdvertiser.h"
 #include "OrvelAgent/Platform/Fake/FakeTextFocus.h"
 #include "OrvelAgent/Platform/Fake/FakeWorkspace.h"
+#include "OrvelKit/Base/FakeDefaults.h"
 #include "OrvelKit/Base/MemorySecretStore.h"
 
 namespace orvel {

@@ -1,3 +1,0 @@
-#pragma once
-
-#include "OrvelKit/Base/FakeDefaults.h"
