@@ -188,8 +188,16 @@ void SelectionOwner::sendNextPiece(Transfers::iterator transfer) {
 }
 
 void SelectionOwner::waitFor(Transfers::iterator transfer) {
-    transfer->patience = queue.after(
-        patience, [this, transfer] { client.run([this, transfer] { drop(transfer); }); });
+    transfer->deadline = queue.now() + patience;
+    if (!transfer->alarm.isPending()) setAlarm(transfer);
+}
+
+// One for all pieces, which may follow each other quickly.
+void SelectionOwner::setAlarm(Transfers::iterator transfer) {
+    transfer->alarm = queue.after(transfer->deadline - queue.now(), [this, transfer] {
+        if (queue.now() < transfer->deadline) return setAlarm(transfer);
+        client.run([this, transfer] { drop(transfer); });
+    });
 }
 
 void SelectionOwner::drop(Transfers::iterator transfer) {

@@ -50,7 +50,8 @@ private:
         xcb_atom_t property, type;
         std::shared_ptr<const std::string> text;
         std::size_t sent = 0;
-        Timer patience = {};
+        MonotonicTime deadline = {};  // for taking the last piece
+        Timer alarm = {};
     };
     using Transfers = std::list<Transfer>;
 
@@ -61,6 +62,7 @@ private:
               std::shared_ptr<const std::string> bytes);
     void sendNextPiece(Transfers::iterator transfer);
     void waitFor(Transfers::iterator transfer);
+    void setAlarm(Transfers::iterator transfer);
     void drop(Transfers::iterator transfer);
     std::vector<xcb_atom_t> targets() const;
 

@@ -50,8 +50,8 @@ struct X11Clipboard::Session {
     // The first one is under way. One after the other: not every owner can send several long texts
     // at once.
     std::deque<Reading> readings;
-    MonotonicTime readingEnds;
-    Timer patience;
+    MonotonicTime patienceEnds, readingEnds;  // of that one, at the latest
+    Timer alarm;
     std::deque<HelperWindow> oldWindows;
     bool isHandedOver = false;
 };
@@ -183,7 +183,7 @@ void X11Clipboard::read(std::size_t maxBytes, Completion completion) {
 }
 
 void X11Clipboard::beginReading() {
-    session->patience.cancel();
+    session->alarm.cancel();
     if (session->readings.empty()) return;
     auto& reading = session->readings.front();
     const auto time = serverTime();
@@ -193,9 +193,15 @@ void X11Clipboard::beginReading() {
 }
 
 void X11Clipboard::waitForReading() {
-    const auto limit = std::min<Duration>(readPatience, session->readingEnds - queue.now());
-    session->patience = queue.after(limit, [this] {
+    session->patienceEnds = std::min(queue.now() + readPatience, session->readingEnds);
+    if (!session->alarm.isPending()) setAlarm();
+}
+
+// One for all pieces, which may follow each other quickly.
+void X11Clipboard::setAlarm() {
+    session->alarm = queue.after(session->patienceEnds - queue.now(), [this] {
         queue.assertCurrent();
+        if (queue.now() < session->patienceEnds) return setAlarm();
         client->run([this] {
             queue.assertCurrent();
             giveUpReadings();
@@ -205,7 +211,7 @@ void X11Clipboard::waitForReading() {
 
 // All of them wait for the same owner.
 void X11Clipboard::giveUpReadings() {
-    session->patience.cancel();
+    session->alarm.cancel();
     for (auto& reading : std::exchange(session->readings, {})) {
         if (reading.reader) session->oldWindows.push_back(reading.reader->takeWindow());
         if (reading.completion) reading.completion(std::nullopt);

@@ -55,6 +55,7 @@ private:
     bool handleForReading(const xcb_generic_event_t& event) RUNS_ON(queue);
     void beginReading() RUNS_ON(queue);
     void waitForReading() RUNS_ON(queue);
+    void setAlarm() RUNS_ON(queue);
     void giveUpReadings() RUNS_ON(queue);
 
     SerialQueue& queue;
