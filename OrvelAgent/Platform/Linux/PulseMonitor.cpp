@@ -105,11 +105,15 @@ struct PulseMonitor::Connection {
 
     bool isAsking = false;  // for the default output
     bool asksAgain = false;
-    std::string wanted;      // the default output's monitor; empty: there is none
-    std::uint32_t rate = 0;  // its own
+    struct Source {
+        std::string monitor;  // its name; empty: there is none
+        std::uint32_t rate = 0;
+        bool operator==(const Source&) const = default;
+    };
+    Source wanted;  // the default output
 
     std::unique_ptr<pa_stream, Freeing<pa_stream_unref>> stream;
-    std::string heard;  // the monitor that it comes from
+    Source heard;  // where it comes from, and its rate
 };
 
 PulseMonitor& PulseMonitor::of(void* monitor) {
@@ -173,7 +177,7 @@ void PulseMonitor::followDefault() {
     if (!connection->isReady) return;
     connection->asksAgain = connection->isAsking;
     if (std::exchange(connection->isAsking, true)) return;
-    connection->wanted.clear();
+    connection->wanted = {};
     letRun(pa_context_get_sink_info_by_name(
         connection->context.get(), "@DEFAULT_SINK@",
         [](pa_context*, const pa_sink_info* output, int end, void* monitor) {
@@ -181,8 +185,8 @@ void PulseMonitor::followDefault() {
             self.queue.assertCurrent();
             auto& asked = *self.connection;
             if (!end) {
-                asked.wanted = output->monitor_source_name ? output->monitor_source_name : "";
-                asked.rate = output->sample_spec.rate;
+                const char* const name = output->monitor_source_name;
+                asked.wanted = {name ? name : "", output->sample_spec.rate};
                 return;
             }
             asked.isAsking = false;
@@ -193,7 +197,7 @@ void PulseMonitor::followDefault() {
 }
 
 void PulseMonitor::listen() {
-    if (connection->wanted.empty()) {
+    if (connection->wanted.monitor.empty()) {
         connection->endStream();
         return retry("there is no output");
     }
@@ -201,7 +205,7 @@ void PulseMonitor::listen() {
     connection->endStream();
 
     // Whoever has another rate is resampled here, better than a server does it by default.
-    const pa_sample_spec format{PA_SAMPLE_FLOAT32NE, connection->rate, channels};
+    const pa_sample_spec format{PA_SAMPLE_FLOAT32NE, connection->wanted.rate, channels};
     connection->stream.reset(
         pa_stream_new(connection->context.get(), "What the computer plays", &format, nullptr));
     pa_stream* const stream = connection->stream.get();
@@ -229,7 +233,7 @@ void PulseMonitor::listen() {
     // By its name and fixed to it: @DEFAULT_MONITOR@ fixed gives nothing under PipeWire, and one
     // that the server moves may come to hear a microphone.
     if (pa_stream_connect_record(
-            stream, connection->heard.c_str(), &buffer,
+            stream, connection->heard.monitor.c_str(), &buffer,
             static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE)) < 0) {
         streamChanged();
     }
@@ -260,7 +264,7 @@ bool PulseMonitor::deliver(const void* data, std::size_t size) {
     failures = 0;
     saidThereIsNone = false;
     const auto current = receiver;
-    const PcmFormat format{static_cast<double>(connection->rate), channels,
+    const PcmFormat format{static_cast<double>(connection->heard.rate), channels,
                            PcmFormat::Sample::float32, true};
     for (std::size_t done = 0; done < size;) {
         const ByteView piece = data
