@@ -58,12 +58,7 @@ AsyncBus::~AsyncBus() {
 
 bool AsyncBus::open(const std::string& address, Duration limit) {
     queue.assertCurrent();
-    const Deadline deadline(limit);
-    constexpr auto flags =
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    connection.reset(g_dbus_connection_new_for_address_sync(address.c_str(), flags, nullptr,
-                                                            deadline.cancellable(), nullptr));
+    connection = connectToBus(address, limit);
     if (!connection) return false;
     mailbox = std::make_shared<Mailbox>(queue, weak_from_this());
     filter = g_dbus_connection_add_filter(

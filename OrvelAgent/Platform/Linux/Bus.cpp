@@ -26,15 +26,19 @@ std::string systemBusAddress() {
     return address && *address ? address : "unix:path=/run/dbus/system_bus_socket";
 }
 
-bool Bus::open(const std::string& address, Duration limit) {
-    if (isOpen()) return true;
-    answerLimit = limit;
+GObjectPtr<GDBusConnection> connectToBus(const std::string& address, Duration limit) {
     const Deadline deadline(limit);
     constexpr auto flags =
         static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    connection.reset(g_dbus_connection_new_for_address_sync(address.c_str(), flags, nullptr,
-                                                            deadline.cancellable(), nullptr));
+    return GObjectPtr<GDBusConnection>(g_dbus_connection_new_for_address_sync(
+        address.c_str(), flags, nullptr, deadline.cancellable(), nullptr));
+}
+
+bool Bus::open(const std::string& address, Duration limit) {
+    if (isOpen()) return true;
+    answerLimit = limit;
+    connection = connectToBus(address, limit);
     return isOpen();
 }
 

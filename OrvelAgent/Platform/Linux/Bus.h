@@ -15,6 +15,9 @@ namespace orvel {
 std::optional<std::string> sessionBusAddress();
 std::string systemBusAddress();
 
+// Waits at most `limit`. Null when nobody answers.
+GObjectPtr<GDBusConnection> connectToBus(const std::string& address, Duration limit);
+
 // A method of an object, and who has it.
 struct BusMethod {
     const char* service;
