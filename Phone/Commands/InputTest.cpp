@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-
 #include "Phone/PhoneProgramForTests.h"
 
 namespace orvel::phone {

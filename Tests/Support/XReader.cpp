@@ -33,6 +33,15 @@ struct XReader::Client {
         XEvent event;
         XWindowEvent(display, window, StructureNotifyMask, &event);
         XSetInputFocus(display, window, RevertToPointerRoot, CurrentTime);
+        // Reads the table of keys and asks to be told of changes, as toolkits do when they start.
+        // Left to the first key, Xlib would ask only after reading, and overlook changes in
+        // between.
+        XKeysymToKeycode(display, XStringToKeysym("a"));
+        XKeyEvent key{};
+        key.type = KeyPress;
+        key.display = display;
+        key.keycode = 38;
+        XLookupString(&key, nullptr, 0, nullptr, nullptr);
         XSync(display, False);
     }
     ~Client() {

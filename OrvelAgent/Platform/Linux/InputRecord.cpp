@@ -45,8 +45,8 @@ Words encoded(const InputRecord::Content& content) {
     words.insert(words.end(), content.keys.begin(), content.keys.end());
     words.push_back(static_cast<std::uint32_t>(content.buttons.size()));
     words.insert(words.end(), content.buttons.begin(), content.buttons.end());
-    for (const auto& [code, symbol] : content.assigned)
-        words.insert(words.end(), {code, symbol});
+    for (const auto& [code, symbol, shifted] : content.assigned)
+        words.insert(words.end(), {code, symbol, shifted});
     return words;
 }
 
@@ -61,9 +61,12 @@ InputRecord::Content decoded(const Words& words) {
         for (auto count = next(); count > 0 && at < words.size(); --count)
             list->push_back(static_cast<std::uint8_t>(next()));
     }
-    while (words.size() - at >= 2) {
-        const auto code = static_cast<KeyCodeX>(next());
-        content.assigned.push_back({code, next()});
+    while (words.size() - at >= 3) {
+        KeyAssignment assignment;
+        assignment.code = static_cast<KeyCodeX>(next());
+        assignment.symbol = next();
+        assignment.shifted = next();
+        content.assigned.push_back(assignment);
     }
     return content;
 }

@@ -31,12 +31,13 @@ constexpr xkb_keysym_t symbolOf(ModifierRole role) {
     return XKB_KEY_NoSymbol;
 }
 
-// The keysym at the first level of the first layout.
-xkb_keysym_t firstSymbol(xkb_keymap* keymap, xkb_keycode_t code) {
+// In the first layout.
+xkb_keysym_t symbolOf(xkb_keymap* keymap, xkb_keycode_t code, xkb_level_index_t level = 0) {
     const xkb_keysym_t* symbols = nullptr;
     if (xkb_keymap_num_layouts_for_key(keymap, code) == 0) return XKB_KEY_NoSymbol;
-    return xkb_keymap_key_get_syms_by_level(keymap, code, 0, 0, &symbols) > 0 ? symbols[0]
-                                                                              : XKB_KEY_NoSymbol;
+    return xkb_keymap_key_get_syms_by_level(keymap, code, 0, level, &symbols) > 0
+               ? symbols[0]
+               : XKB_KEY_NoSymbol;
 }
 
 bool meansNothing(xkb_keymap* keymap, xkb_keycode_t code) {
@@ -54,7 +55,7 @@ bool meansNothing(xkb_keymap* keymap, xkb_keycode_t code) {
 
 bool isKeypad(xkb_keymap* keymap, xkb_keycode_t code) {
     const char* name = xkb_keymap_key_get_name(keymap, code);
-    const auto symbol = firstSymbol(keymap, code);
+    const auto symbol = symbolOf(keymap, code);
     return (name && std::strncmp(name, "KP", 2) == 0) ||
            (symbol >= XKB_KEY_KP_Space && symbol <= XKB_KEY_KP_Equal);
 }
@@ -78,7 +79,7 @@ KeyLayout::KeyLayout(xkb_keymap* owned, const std::vector<KeyCodeX>& ignored) : 
     for (const auto role : {ModifierRole::shift, ModifierRole::control, ModifierRole::alternate,
                             ModifierRole::super, ModifierRole::level3}) {
         eachCode(owned, [&](KeyCodeX code) {
-            if (modifiers.contains(role) || symbolOf(code) != orvel::symbolOf(role)) return;
+            if (modifiers.contains(role) || symbolOf(owned, code) != symbolOf(role)) return;
             if (const ModifierMask mask = maskOf(code)) modifiers[role] = {code, mask};
         });
     }
@@ -107,8 +108,11 @@ ModifierMask KeyLayout::maskOf(KeyCodeX code) const {
         xkb_state_serialize_mods(state.get(), XKB_STATE_MODS_DEPRESSED));
 }
 
-std::uint32_t KeyLayout::symbolOf(KeyCodeX code) const {
-    return firstSymbol(keymap.get(), code);
+KeyAssignment KeyLayout::assignmentOf(KeyCodeX code) const {
+    const auto first = symbolOf(keymap.get(), code);
+    // A key with one level has the same keysym with Shift.
+    const bool hasTwo = xkb_keymap_num_levels_for_key(keymap.get(), code, 0) > 1;
+    return {code, first, hasTwo ? symbolOf(keymap.get(), code, 1) : first};
 }
 
 std::optional<KeyLayout::Stroke> KeyLayout::strokeFor(char32_t character,

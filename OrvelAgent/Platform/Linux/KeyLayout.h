@@ -22,10 +22,10 @@ struct ModifierKey {
     bool operator==(const ModifierKey&) const = default;
 };
 
-// A key and the only keysym that it has meanwhile; 0: none.
+// A key and the keysyms that it has meanwhile, without and with Shift; 0: none.
 struct KeyAssignment {
     KeyCodeX code = 0;
-    std::uint32_t symbol = 0;
+    std::uint32_t symbol = 0, shifted = 0;
     bool operator==(const KeyAssignment&) const = default;
 };
 
@@ -63,8 +63,8 @@ public:
 
     // Keycodes that mean nothing, ascending.
     const std::vector<KeyCodeX>& spareCodes() const { return spare; }
-    // The keysym of a key without modifiers in the first layout; 0: none.
-    std::uint32_t symbolOf(KeyCodeX code) const;
+    // The keysyms of a key in the first layout, at its first two levels.
+    KeyAssignment assignmentOf(KeyCodeX code) const;
 
 private:
     struct Release {

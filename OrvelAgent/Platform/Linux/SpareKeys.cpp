@@ -1,84 +1,104 @@
 #include "OrvelAgent/Platform/Linux/SpareKeys.h"
 
 #include <algorithm>
+#include <set>
+#include <utility>
 
 namespace orvel {
 
 void SpareKeys::setCodes(const std::vector<KeyCodeX>& codes) {
-    std::vector<Key> next;
-    for (const KeyCodeX code : codes) {
-        const auto known = std::find_if(keys.begin(), keys.end(),
-                                        [&](const Key& key) { return key.code == code; });
-        next.push_back(known == keys.end() ? Key{code} : *known);
+    std::vector<Place> next;
+    for (const bool withShift : {false, true}) {
+        for (const KeyCodeX code : codes) {
+            const auto known = std::find_if(places.begin(), places.end(), [&](const Place& place) {
+                return place.code == code && place.withShift == withShift;
+            });
+            next.push_back(known == places.end() ? Place{code, withShift} : *known);
+        }
     }
-    keys = std::move(next);
+    places = std::move(next);
 }
 
-const SpareKeys::Key* SpareKeys::find(char32_t character) const {
-    const auto found = std::find_if(keys.begin(), keys.end(), [&](const Key& key) {
-        return key.character == character && character != 0;
+const SpareKeys::Place* SpareKeys::find(char32_t character) const {
+    const auto found = std::find_if(places.begin(), places.end(), [&](const Place& place) {
+        return place.character == character && character != 0;
     });
-    return found == keys.end() ? nullptr : &*found;
+    return found == places.end() ? nullptr : &*found;
 }
 
 void SpareKeys::markUsed(char32_t character, MonotonicTime now) {
-    for (auto& key : keys) {
-        if (key.character == character) key.usedAt = now;
+    for (auto& place : places) {
+        if (place.character == character) place.usedAt = now;
     }
 }
 
 SpareKeys::Plan SpareKeys::lend(const std::vector<char32_t>& wanted, MonotonicTime now) {
     const auto first = wanted.begin();
-    const auto last = first + static_cast<std::ptrdiff_t>(std::min(wanted.size(), keys.size()));
-    // Who may give way, the longest unused first; a key that is not lent has never been used.
-    std::vector<Key*> free;
-    for (auto& key : keys) {
-        if (key.character == 0 || std::find(first, last, key.character) == last)
-            free.push_back(&key);
+    const auto last = first + static_cast<std::ptrdiff_t>(std::min(wanted.size(), places.size()));
+    // Who may give way: free places first, then the longest unused.
+    std::vector<Place*> available;
+    for (auto& place : places) {
+        if (place.character == 0 || std::find(first, last, place.character) == last)
+            available.push_back(&place);
     }
-    std::stable_sort(free.begin(), free.end(), [](const Key* a, const Key* b) {
-        return std::pair(a->character != 0, a->usedAt) < std::pair(b->character != 0, b->usedAt);
-    });
+    const auto age = [](const Place* place) {
+        return std::pair(place->character != 0, place->usedAt);
+    };
+    std::stable_sort(available.begin(), available.end(),
+                     [&](const Place* a, const Place* b) { return age(a) < age(b); });
     Plan plan;
-    auto next = free.begin();
+    std::set<KeyCodeX> changed;
+    auto next = available.begin();
     for (auto character = first; character != last; ++character) {
         if (find(*character)) continue;
-        Key& key = **next++;
-        const bool isResting = key.character != 0 && now < key.usedAt + rest;
-        if (isResting) {
+        Place& place = **next++;
+        if (place.character != 0 && now < place.usedAt + rest) {
             // The ones found so far are enough for now.
-            if (plan.changed.empty()) plan.waitUntil = key.usedAt + rest;
+            if (changed.empty()) plan.waitUntil = place.usedAt + rest;
             break;
         }
-        key = {key.code, *character, now + grace, now};
-        plan.changed.push_back(key);
+        place = {place.code, place.withShift, *character, now + grace, now};
+        changed.insert(place.code);
     }
+    plan.changed.assign(changed.begin(), changed.end());
     return plan;
 }
 
-std::vector<SpareKeys::Key> SpareKeys::lent() const {
-    std::vector<Key> found;
-    std::copy_if(keys.begin(), keys.end(), std::back_inserter(found),
-                 [](const Key& key) { return key.character != 0; });
+SpareKeys::Characters SpareKeys::charactersOf(KeyCodeX code) const {
+    Characters found;
+    for (const auto& place : places) {
+        if (place.code == code) (place.withShift ? found.shifted : found.plain) = place.character;
+    }
+    if (found.plain == 0) found.plain = found.shifted;
+    if (found.shifted == 0) found.shifted = found.plain;
     return found;
+}
+
+std::vector<KeyCodeX> SpareKeys::lent() const {
+    std::set<KeyCodeX> codes;
+    for (const auto& place : places) {
+        if (place.character != 0) codes.insert(place.code);
+    }
+    return {codes.begin(), codes.end()};
 }
 
 std::optional<MonotonicTime> SpareKeys::lastUse() const {
     std::optional<MonotonicTime> last;
-    for (const auto& key : lent())
-        last = std::max(last.value_or(key.usedAt), key.usedAt);
+    for (const auto& place : places) {
+        if (place.character != 0) last = std::max(last.value_or(place.usedAt), place.usedAt);
+    }
     return last;
 }
 
 void SpareKeys::forget(KeyCodeX code) {
-    for (auto& key : keys) {
-        if (key.code == code) key = {code};
+    for (auto& place : places) {
+        if (place.code == code) place = {code, place.withShift};
     }
 }
 
 void SpareKeys::forgetAll() {
-    for (auto& key : keys)
-        key = {key.code};
+    for (auto& place : places)
+        place = {place.code, place.withShift};
 }
 
 }  // namespace orvel

@@ -10,49 +10,59 @@
 
 namespace orvel {
 
-// Which characters are lent keys that mean nothing under the layout, and which of them gives way
-// when there are more characters than keys: the one typed longest ago. It only keeps the books.
-// Belongs to one thread.
+// Which characters are lent keys that mean nothing under the layout, two a key, one of them with
+// Shift, and which of them give way when there are more characters than places: those typed longest
+// ago. It only keeps the books. Belongs to one thread.
 //
-// A program translates a key when it gets to it, by the table of that moment. So a key that was
-// just typed with keeps its character for `rest`, and a new character is typed only `grace` after
-// its assignment.
+// A program translates a key when it gets to it, by the table of that moment. So a place that was
+// typed with keeps its character until it was at `rest`, and a new character is typed only `grace`
+// after its assignment.
 class SpareKeys {
 public:
-    static constexpr Duration rest = std::chrono::milliseconds(40);
+    static constexpr Duration rest = std::chrono::milliseconds(150);
     static constexpr Duration grace = std::chrono::milliseconds(20);
 
     // Those that are there now. What is lent of others is forgotten.
     void setCodes(const std::vector<KeyCodeX>& codes);
-    std::size_t size() const { return keys.size(); }
+    // How many characters there is room for.
+    std::size_t size() const { return places.size(); }
 
-    struct Key {
+    struct Place {
         KeyCodeX code = 0;
-        char32_t character = 0;   // 0: not lent
+        bool withShift = false;
+        char32_t character = 0;   // 0: free
         MonotonicTime readyAt{};  // from then on it can be typed with
         MonotonicTime usedAt{};
     };
-    // nullptr: not lent to it.
-    const Key* find(char32_t character) const;
+    // nullptr: no place is lent to it.
+    const Place* find(char32_t character) const;
     void markUsed(char32_t character, MonotonicTime now);
 
-    // Lends keys to the first of `wanted`, distinct and in the order of typing, as many as there
-    // are keys; those that have one keep it. What is returned: keys with new characters, or until
-    // when to wait for the first one that may give way.
+    // Lends places to the first of `wanted`, distinct and in the order of typing, as many as there
+    // are; those that have one keep it. What is returned: keys with new characters, or until when
+    // to wait for the first place that may give way.
     struct Plan {
-        std::vector<Key> changed;
+        std::vector<KeyCodeX> changed;  // ascending
         std::optional<MonotonicTime> waitUntil;
     };
     Plan lend(const std::vector<char32_t>& wanted, MonotonicTime now);
 
-    std::vector<Key> lent() const;
+    // The characters of a key, without and with Shift: one alone stands for both; 0: it is not
+    // lent.
+    struct Characters {
+        char32_t plain = 0, shifted = 0;
+        bool operator==(const Characters&) const = default;
+    };
+    Characters charactersOf(KeyCodeX code) const;
+    // The keys that are lent, ascending.
+    std::vector<KeyCodeX> lent() const;
     std::optional<MonotonicTime> lastUse() const;  // nullopt: nothing is lent
     // The server has something else there.
     void forget(KeyCodeX code);
     void forgetAll();
 
 private:
-    std::vector<Key> keys;
+    std::vector<Place> places;
 };
 
 }  // namespace orvel

@@ -4,6 +4,7 @@
 #include <xkbcommon/xkbcommon.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace orvel {
 
@@ -36,6 +37,7 @@ void TextTyper::add(std::u16string_view units) {
     for (const char32_t character : joiner.join(units)) {
         if (isTypeable(character)) pending += character;
     }
+    isNew = true;
 }
 
 std::optional<MonotonicTime> TextTyper::type(MonotonicTime now) {
@@ -43,6 +45,11 @@ std::optional<MonotonicTime> TextTyper::type(MonotonicTime now) {
         if (portions == mostPortions) return now;
         followLayout();
         const auto around = context();
+        // Before the first key: some programs (Xlib's) read the table when they get their first
+        // one, and overlook a change at that moment.
+        if (std::exchange(isNew, false)) {
+            if (const auto ready = lendKeys(around, now).ready) return ready;
+        }
         std::vector<KeyAction> actions = around.before;
         std::size_t count = 0;
         for (; count < std::min(pending.size(), atOnce); ++count) {
@@ -51,8 +58,9 @@ std::optional<MonotonicTime> TextTyper::type(MonotonicTime now) {
             append(actions, *keys);
         }
         if (count == 0) {
-            if (const auto wait = lendKeys(around, now)) return wait;
-            continue;
+            if (const auto* lent = spare.find(pending.front())) return lent->readyAt;
+            const auto lending = lendKeys(around, now);
+            return lending.ready ? lending.ready : lending.waitUntil;
         }
         append(actions, around.after);
         if (around.unlocked) keyboard.lock(around.unlocked, false);
@@ -68,8 +76,8 @@ void TextTyper::followLayout() {
     if (keyboard.layoutNumber() == layoutNumber) return;
     layoutNumber = keyboard.layoutNumber();
     // A new layout takes back what was lent.
-    for (const auto& key : spare.lent()) {
-        if (layout.symbolOf(key.code) != xkb_utf32_to_keysym(key.character)) spare.forget(key.code);
+    for (const KeyCodeX code : spare.lent()) {
+        if (layout.assignmentOf(code) != assignmentOf(code)) spare.forget(code);
     }
     spare.setCodes(layout.spareCodes());
 }
@@ -87,13 +95,9 @@ TextTyper::Context TextTyper::context() {
         letGo(code);
         around.after.push_back({code, true});
     }
-    ModifierMask harmless = 0;
-    for (const auto role : {ModifierRole::shift, ModifierRole::level3}) {
-        if (const auto key = layout.modifier(role)) harmless |= key->mask;
-    }
-    if (around.state.held & ~harmless) {
+    if (around.state.held) {
         for (const KeyCodeX code : keyboard.keysDown()) {
-            if ((layout.maskOf(code) & ~harmless) && !held.holds(code)) letGo(code);
+            if (layout.maskOf(code) && !held.holds(code)) letGo(code);
         }
     }
     around.unlocked = around.state.locked & lockModifier;
@@ -119,7 +123,7 @@ std::optional<std::vector<KeyAction>> TextTyper::actionsFor(char32_t character,
         stroke = *known;
     } else if (const auto* lent = spare.find(character)) {
         if (now < lent->readyAt) return std::nullopt;
-        stroke.code = lent->code;
+        stroke = {lent->code, lent->withShift, false};
         spare.markUsed(character, now);
     } else if (spare.size() == 0 || xkb_utf32_to_keysym(character) == XKB_KEY_NoSymbol) {
         return std::vector<KeyAction>{};
@@ -139,10 +143,7 @@ std::optional<std::vector<KeyAction>> TextTyper::actionsFor(char32_t character,
     return actions;
 }
 
-// Until when to wait; nullopt: type on.
-std::optional<MonotonicTime> TextTyper::lendKeys(const Context& around, MonotonicTime now) {
-    if (const auto* lent = spare.find(pending.front()); lent && now < lent->readyAt)
-        return lent->readyAt;
+TextTyper::Lending TextTyper::lendKeys(const Context& around, MonotonicTime now) {
     std::vector<char32_t> wanted;
     for (const char32_t character : pending.substr(0, lookAhead)) {
         if (wanted.size() == spare.size()) break;
@@ -153,26 +154,31 @@ std::optional<MonotonicTime> TextTyper::lendKeys(const Context& around, Monotoni
         wanted.push_back(character);
     }
     const auto plan = spare.lend(wanted, now);
-    if (plan.waitUntil) return plan.waitUntil;
+    if (plan.changed.empty()) return {std::nullopt, plan.waitUntil};
     std::vector<KeyAssignment> assignments;
-    for (const auto& key : plan.changed)
-        assignments.push_back({key.code, xkb_utf32_to_keysym(key.character)});
+    for (const KeyCodeX code : plan.changed)
+        assignments.push_back(assignmentOf(code));
     keyboard.assign(assignments);
-    return now + SpareKeys::grace;
+    return {now + SpareKeys::grace, std::nullopt};
 }
 
 std::vector<KeyAssignment> TextTyper::lent() const {
     std::vector<KeyAssignment> all;
-    for (const auto& key : spare.lent())
-        all.push_back({key.code, xkb_utf32_to_keysym(key.character)});
+    for (const KeyCodeX code : spare.lent())
+        all.push_back(assignmentOf(code));
     return all;
+}
+
+KeyAssignment TextTyper::assignmentOf(KeyCodeX code) const {
+    const auto [plain, shifted] = spare.charactersOf(code);
+    return {code, xkb_utf32_to_keysym(plain), xkb_utf32_to_keysym(shifted)};
 }
 
 void TextTyper::giveBack() {
     followLayout();
     std::vector<KeyAssignment> assignments;
-    for (const auto& key : spare.lent())
-        assignments.push_back({key.code, 0});
+    for (const KeyCodeX code : spare.lent())
+        assignments.push_back({code});
     keyboard.assign(assignments);
     spare.forgetAll();
 }

@@ -18,9 +18,9 @@ namespace orvel {
 // each change makes every program read the keyboard's table again.
 //
 // What is typed is the text, whatever else is pressed: Caps Lock is unlocked meanwhile; modifiers
-// that we hold are let go of and pressed again; the user's Shift and AltGr are reckoned with, other
-// modifiers of the user are let go of, and count as released from then on. Of control characters
-// there is Tab; the others are left out, and so are characters for which no key is left.
+// that we hold are let go of and pressed again; those of the user are let go of, and count as
+// released from then on: nobody can press them again for him. Of control characters there is Tab;
+// the others are left out, and so are characters for which there is no key at all.
 //
 // Belongs to one thread; waits for the server and throws X11Failure.
 class TextTyper {
@@ -53,9 +53,15 @@ private:
     // The keys for one character; nullopt: it has none yet.
     std::optional<std::vector<KeyAction>> actionsFor(char32_t character, const Context& context,
                                                      MonotonicTime now);
-    std::optional<MonotonicTime> lendKeys(const Context& context, MonotonicTime now);
+    // Either: characters were lent keys, which can be typed from then on; or none could be, and
+    // until when to wait. Neither: none of those to come needs one.
+    struct Lending {
+        std::optional<MonotonicTime> ready, waitUntil;
+    };
+    Lending lendKeys(const Context& context, MonotonicTime now);
     void followLayout();
     bool isTypeable(char32_t character) const;
+    KeyAssignment assignmentOf(KeyCodeX code) const;
 
     X11Keyboard& keyboard;
     const HeldKeys& held;
@@ -63,6 +69,7 @@ private:
     std::uint32_t layoutNumber = 0;
     Utf16Joiner joiner;
     std::u32string pending;
+    bool isNew = false;  // text has come that no keys were lent for
 };
 
 }  // namespace orvel

@@ -70,9 +70,9 @@ void X11Input::recover() {
         }
     }
     std::vector<KeyAssignment> borrowed;
-    for (const auto& [code, symbol] : left.assigned) {
-        if (symbol != 0 && keyboard.layout().symbolOf(code) == symbol)
-            borrowed.push_back({code, 0});
+    for (const auto& assignment : left.assigned) {
+        if (keyboard.layout().assignmentOf(assignment.code) == assignment)
+            borrowed.push_back({assignment.code});
     }
     keyboard.assign(borrowed);
     if (!borrowed.empty()) keyboard.forgetLayout();

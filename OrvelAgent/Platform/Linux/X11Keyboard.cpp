@@ -123,8 +123,7 @@ void X11Keyboard::assign(std::vector<KeyAssignment> assignments) {
         std::vector<xcb_keysym_t> symbols;
         auto next = run;
         for (; next != assignments.end() && next->code - run->code == next - run; ++next) {
-            // The same at both levels: one of two would be made the capital letter of the other.
-            symbols.insert(symbols.end(), {next->symbol, next->symbol});
+            symbols.insert(symbols.end(), {next->symbol, next->shifted});
             assigned[next->code] = next->symbol != 0;
         }
         xcb_change_keyboard_mapping(x11.get(), static_cast<std::uint8_t>(next - run), run->code, 2,

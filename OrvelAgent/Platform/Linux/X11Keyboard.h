@@ -45,8 +45,9 @@ public:
     // Locks and unlocks modifiers, as Caps Lock does, without a key.
     void lock(ModifierMask modifiers, bool locked) const;
 
-    // Gives each of the keys one keysym, whatever the modifiers; 0: none. Sent with the next flush.
-    // Such a key stays a spare one in layout().
+    // Gives the keys other keysyms, or none again. Sent with the next flush. Such a key stays a
+    // spare one in layout(). (One keysym goes to both levels: a letter that stood alone would be
+    // given its capital with Shift.)
     void assign(std::vector<KeyAssignment> assignments);
     // The keys that are down as programs see it, by whomever.
     std::vector<KeyCodeX> keysDown() const;
