@@ -1,5 +1,7 @@
 #include "Phone/AgentLink.h"
 
+#include "OrvelKit/Wire/Framing.h"
+
 namespace orvel::phone {
 
 std::string AgentLink::Closed::describe() const {
@@ -23,6 +25,25 @@ std::string AgentLink::Closed::describe() const {
             return with("The connection was closed");
     }
     return with("The connection ended");
+}
+
+AgentLink::Event::Case AgentLink::Event::decode(FrameKind kind, ByteView payload) {
+    switch (kind) {
+        case FrameKind::control:
+            return Framing::decodeControl(payload);
+        case FrameKind::videoFormat:
+            return VideoFormat::decode(payload);
+        case FrameKind::videoFrame:
+            return VideoFrame::decode(payload);
+        case FrameKind::audio:
+            return AudioPacket::decode(payload);
+        case FrameKind::file:
+            return FileFrame::decode(payload);
+        case FrameKind::handshake:
+        case FrameKind::sealed:
+            break;
+    }
+    return Frame{kind, Bytes(payload.begin(), payload.end())};
 }
 
 }  // namespace orvel::phone

@@ -49,6 +49,9 @@ public:
         // it is something else.
         template <class T>
         const T* as() const;
+
+        // What an inner frame holds. Throws FramingError or ControlError.
+        static Case decode(FrameKind kind, ByteView payload);
     };
 
     virtual ~AgentLink() = default;

@@ -112,9 +112,7 @@ TEST_F(PhoneProgramTest, displaysMarksTheOneThatIsShown) {
 TEST_F(PhoneProgramTest, pingsAreAnsweredWithTheirOwnNumbers) {
     std::vector<std::uint64_t> values;
     AgentForTests agent([&](AgentEnd& end) {
-        end.secure();
-        end.receive<Hello>();
-        end.send({end.welcome()});
+        end.admit();
         for (;;) {
             values.push_back(end.receive<Control::Ping>().value);
             end.send(AudioPacket{1, Bytes{1}}.encode());
@@ -133,9 +131,7 @@ TEST_F(PhoneProgramTest, pingsAreAnsweredWithTheirOwnNumbers) {
 
 TEST_F(PhoneProgramTest, aWrongPongIsNotTakenForAnAnswer) {
     AgentForTests agent([](AgentEnd& end) {
-        end.secure();
-        end.receive<Hello>();
-        end.send({end.welcome()});
+        end.admit();
         end.send({Control::Pong{end.receive<Control::Ping>().value + 1}});
         end.waitForEnd();
     });

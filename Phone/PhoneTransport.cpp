@@ -15,24 +15,24 @@ using Closed = PhoneConnection::Closed;
 using Event = PhoneConnection::Event;
 
 constexpr std::size_t maxWaitingBytes = 64 << 20;
+constexpr std::size_t inputLength = 256 << 10;  // of a read: a few frames of a download
 
-Event::Case decodeEvent(Frame frame) {
-    switch (frame.kind) {
-        case FrameKind::control:
-            return Framing::decodeControl(frame.payload);
-        case FrameKind::videoFormat:
-            return VideoFormat::decode(frame.payload);
-        case FrameKind::videoFrame:
-            return VideoFrame::decode(frame.payload);
-        case FrameKind::audio:
-            return AudioPacket::decode(frame.payload);
-        case FrameKind::file:
-            return FileFrame::decode(frame.payload);
-        case FrameKind::handshake:
-        case FrameKind::sealed:
-            break;
+struct FrameView {
+    FrameKind kind;
+    std::span<std::uint8_t> payload;
+};
+
+// The frame that lies whole at the front of `bytes`. nullopt: it is not whole, or the parser has to
+// judge it.
+std::optional<FrameView> wholeFrame(std::span<std::uint8_t> bytes) {
+    if (bytes.size() < Frame::headerLength) return std::nullopt;
+    const std::size_t length = loadBE32(&bytes[1]);
+    if (length > Frame::maxPayload || bytes.size() - Frame::headerLength < length ||
+        bytes[0] < static_cast<std::uint8_t>(FrameKind::control) ||
+        bytes[0] > static_cast<std::uint8_t>(FrameKind::audio)) {
+        return std::nullopt;
     }
-    return frame;
+    return FrameView{FrameKind{bytes[0]}, bytes.subspan(Frame::headerLength, length)};
 }
 
 Closed afterReadError(const error_code& error) {
@@ -45,7 +45,8 @@ Closed afterReadError(const error_code& error) {
 PhoneTransport::PhoneTransport(SerialQueue& transportQueue)
     : queue(transportQueue),
       socket(ioContext(transportQueue)),
-      resolver(ioContext(transportQueue)) {}
+      resolver(ioContext(transportQueue)),
+      input(inputLength) {}
 
 template <class Body>
 auto PhoneTransport::onQueue(Body body) {
@@ -198,42 +199,70 @@ void PhoneTransport::readAvailable() {
         counted.bytesReceived += length;
     }
     try {
-        receive(ByteView(input).first(length));
+        receive(std::span(input).first(length));
     } catch (const std::exception& nonsense) {
         end({Closed::Reason::nonsense, nonsense.what()});
     }
 }
 
-void PhoneTransport::receive(ByteView bytes) {
-    while (auto frame = outer.next(bytes, {}))
-        receiveFrame(*std::move(frame));
+// A download is worth it: a sealed frame that came whole is opened where it lies in the receive
+// buffer, and its content is copied once. Only what comes in pieces is put together first.
+void PhoneTransport::receive(std::span<std::uint8_t> bytes) {
+    while (!bytes.empty()) {
+        if (!isOuterBegun && isSealing()) {
+            if (const auto frame = wholeFrame(bytes)) {
+                bytes = bytes.subspan(Frame::headerLength + frame->payload.size());
+                receiveSealed(frame->kind, frame->payload);
+                continue;
+            }
+        }
+        ByteView rest = bytes;
+        auto frame = outer.next(rest, {});
+        bytes = bytes.last(rest.size());
+        isOuterBegun = !frame;
+        if (frame) receiveFrame(*std::move(frame));
+    }
+}
+
+bool PhoneTransport::isSealing() const {
+    const Lock hold(mutex);
+    return session != nullptr;
 }
 
 void PhoneTransport::receiveFrame(Frame frame) {
-    const SecureSession* sealing = [&] {
-        const Lock hold(mutex);
-        return session.get();
-    }();
-    if (!sealing) {
-        if (frame.kind != FrameKind::handshake) {
-            throw FramingError::unknownKind(static_cast<std::uint8_t>(frame.kind));
-        }
-        if (initiator) return receiveKeys(frame.payload);
-        const std::size_t size = frame.payload.size();
-        return deliver(std::move(frame), size);
-    }
-    if (frame.kind != FrameKind::sealed) {
+    if (isSealing()) return receiveSealed(frame.kind, frame.payload);
+    if (frame.kind != FrameKind::handshake) {
         throw FramingError::unknownKind(static_cast<std::uint8_t>(frame.kind));
     }
-    ByteView plaintext = session->openInPlace(frame.payload);
-    while (auto contained = inner.next(plaintext, {}))
-        receiveInner(*std::move(contained));
+    if (initiator) return receiveKeys(frame.payload);
+    const std::size_t size = frame.payload.size();
+    deliver(std::move(frame), size);
 }
 
-void PhoneTransport::receiveInner(Frame frame) {
-    const FrameKind kind = frame.kind;
-    const std::size_t size = frame.payload.size();
-    Event::Case value = decodeEvent(std::move(frame));
+void PhoneTransport::receiveSealed(FrameKind kind, std::span<std::uint8_t> box) {
+    if (kind != FrameKind::sealed) {
+        throw FramingError::unknownKind(static_cast<std::uint8_t>(kind));
+    }
+    const ByteView opened = session->openInPlace(box);
+    std::span<std::uint8_t> plaintext = box.first(opened.size());
+    while (!plaintext.empty()) {
+        if (!isInnerBegun) {
+            if (const auto frame = wholeFrame(plaintext)) {
+                plaintext = plaintext.subspan(Frame::headerLength + frame->payload.size());
+                receiveInner(frame->kind, frame->payload);
+                continue;
+            }
+        }
+        ByteView rest = plaintext;
+        const auto frame = inner.next(rest, {});
+        plaintext = plaintext.last(rest.size());
+        isInnerBegun = !frame;
+        if (frame) receiveInner(frame->kind, frame->payload);
+    }
+}
+
+void PhoneTransport::receiveInner(FrameKind kind, ByteView payload) {
+    Event::Case value = Event::decode(kind, payload);
     {
         const Lock hold(mutex);
         counted.controls += kind == FrameKind::control;
@@ -243,10 +272,10 @@ void PhoneTransport::receiveInner(Frame frame) {
         if (const auto* picture = std::get_if<VideoFrame>(&value)) {
             ++counted.videoFrames;
             counted.keyframes += picture->isKeyframe;
-            counted.videoBytes += size;
+            counted.videoBytes += payload.size();
         }
     }
-    deliver(std::move(value), size);
+    deliver(std::move(value), payload.size());
 }
 
 void PhoneTransport::deliver(Event::Case value, std::size_t size) {

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <array>
 #include <boost/asio/ip/tcp.hpp>
 #include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -50,10 +50,12 @@ private:
                      int bufferSize, boost::system::error_code last) RUNS_ON(queue);
     void startReading() RUNS_ON(queue);
     void readAvailable() RUNS_ON(queue);
-    void receive(ByteView bytes) RUNS_ON(queue);
+    void receive(std::span<std::uint8_t> bytes) RUNS_ON(queue);
     void receiveFrame(Frame frame) RUNS_ON(queue);
+    void receiveSealed(FrameKind kind, std::span<std::uint8_t> box) RUNS_ON(queue);
     void receiveKeys(ByteView payload) RUNS_ON(queue);
-    void receiveInner(Frame frame) RUNS_ON(queue);
+    void receiveInner(FrameKind kind, ByteView payload) RUNS_ON(queue);
+    bool isSealing() const;
     void deliver(PhoneConnection::Event::Case value, std::size_t size) RUNS_ON(queue);
     void startWriting() RUNS_ON(queue);
     void end(PhoneConnection::Closed why) RUNS_ON(queue);
@@ -67,8 +69,9 @@ private:
     boost::asio::ip::tcp::socket socket OWNED_BY(queue);
     boost::asio::ip::tcp::resolver resolver OWNED_BY(queue);
     FrameParser outer OWNED_BY(queue), inner OWNED_BY(queue);
+    bool isOuterBegun OWNED_BY(queue) = false, isInnerBegun OWNED_BY(queue) = false;
     std::optional<SecureHandshake::Initiator> initiator OWNED_BY(queue);
-    std::array<std::uint8_t, 65536> input OWNED_BY(queue);
+    Bytes input OWNED_BY(queue);
     MonotonicTime arrival OWNED_BY(queue);
     bool isReading OWNED_BY(queue) = false;
     bool isWriting OWNED_BY(queue) = false;

@@ -28,18 +28,26 @@ std::unique_ptr<PhoneConnection> connectTo(const Identity& identity, AgentTarget
 
 }  // namespace
 
-AgentSession AgentSession::open(const CommandContext& context, bool replacesKey) {
+AgentSession::Choice AgentSession::choose(const CommandContext& context) {
+    const Settings& settings = context.settings;
+    Choice choice{std::make_unique<PhoneState>(settings.stateFolder), {}, {}};
+    for (const std::string& warning : choice.state->warnings())
+        context.console.remark(warning);
+    choice.known = choice.state->agents();
+    AgentChoice made = AgentChoice::make(settings.wish, choice.known, settings.discover);
+    if (!made.target) throw CommandError(made.problem);
+    choice.target = *std::move(made.target);
+    return choice;
+}
+
+AgentSession AgentSession::open(const CommandContext& context, Choice choice, bool replacesKey) {
     const Settings& settings = context.settings;
     AgentSession session;
     session.console = &context.console;
     session.phoneName = settings.phoneName;
-    session.phoneState = std::make_unique<PhoneState>(settings.stateFolder);
-    for (const std::string& warning : session.phoneState->warnings())
-        context.console.remark(warning);
-    const auto known = session.phoneState->agents();
-    AgentChoice choice = AgentChoice::make(settings.wish, known, settings.discover);
-    if (!choice.target) throw CommandError(choice.problem);
-    AgentTarget& target = *choice.target;
+    session.phoneState = std::move(choice.state);
+    const auto& known = choice.known;
+    AgentTarget& target = choice.target;
 
     std::string problem = target.name + " cannot be found on this network.";
     const Identity& identity = session.phoneState->identity();

@@ -15,10 +15,22 @@ namespace orvel::phone {
 // what to tell the user.
 class AgentSession {
 public:
+    // The computer that is meant, and what is known.
+    struct Choice {
+        std::unique_ptr<PhoneState> state;
+        std::vector<KnownAgent> known;
+        AgentTarget target;
+    };
+    static Choice choose(const CommandContext& context);
+
     // Connects and runs the handshake. A computer whose key is not the one known for it is
     // refused before anything is said to it; with `replacesKey` a new key at a known address is
     // let pass, for pairing.
-    static AgentSession open(const CommandContext& context, bool replacesKey = false);
+    static AgentSession open(const CommandContext& context, bool replacesKey = false) {
+        return open(context, choose(context), replacesKey);
+    }
+    static AgentSession open(const CommandContext& context, Choice choice,
+                             bool replacesKey = false);
 
     PhoneConnection& phone() { return *connection; }
     PhoneState& state() { return *phoneState; }

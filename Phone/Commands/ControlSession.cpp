@@ -2,7 +2,9 @@
 
 #include <random>
 
+#include "Phone/LinkHost.h"
 #include "Phone/Printable.h"
+#include "Phone/SharedLink.h"
 
 namespace orvel::phone {
 
@@ -11,22 +13,40 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::int64_t leastPixels = 960;  // nobody looks
+constexpr Duration sharePatience = 3s;
 
 }  // namespace
 
 ControlSession ControlSession::open(const CommandContext& context) {
     ControlSession session;
-    session.ownSession = AgentSession::open(context);
+    auto choice = AgentSession::choose(context);
+    if (session.share(context, choice)) return session;
+    session.ownSession = AgentSession::open(context, std::move(choice));
     session.agentWelcome = session.ownSession->admit(leastPixels, 60s).welcome;
     session.agentName = printable(session.ownSession->name());
-    session.agentLink = &session.ownSession->phone();
-    session.agentLink->send({Control::Audio{false}});
+    session.ownSession->phone().send({Control::Audio{false}});
     return session;
 }
 
+bool ControlSession::share(const CommandContext& context, const AgentSession::Choice& choice) {
+    const auto& expected = choice.target.expected;
+    if (!expected) return false;
+    auto link = SharedLink::open(LinkHost::pathFor(context.settings.stateFolder, expected->id));
+    const auto welcome = link ? link->waitFor<Welcome>(sharePatience) : std::nullopt;
+    if (!welcome || welcome->agentKey != expected->publicKey) return false;
+    sharedLink = std::move(link);
+    agentWelcome = *welcome;
+    agentName = printable(welcome->macName);
+    return true;
+}
+
+AgentLink& ControlSession::link() {
+    return sharedLink ? *sharedLink : static_cast<AgentLink&>(ownSession->phone());
+}
+
 std::optional<AgentLink::Event> ControlSession::next(Duration timeout) {
-    auto event = agentLink->next(timeout);
-    if (event ? event->as<AgentLink::Closed>() != nullptr : agentLink->closed().has_value()) {
+    auto event = link().next(timeout);
+    if (event ? event->as<AgentLink::Closed>() != nullptr : link().closed().has_value()) {
         throw endedError();
     }
     return event;
@@ -46,13 +66,13 @@ bool ControlSession::pass(Duration time, const Interrupt& interrupt) {
 // says that they are.
 void ControlSession::settle() {
     const std::uint64_t value = std::random_device{}();
-    agentLink->send({Control::Ping{value}});
+    link().send({Control::Ping{value}});
     while (await<Control::Pong>(10s).value != value) {
     }
 }
 
-CommandError ControlSession::endedError() const {
-    const auto closed = agentLink->closed();
+CommandError ControlSession::endedError() {
+    const auto closed = link().closed();
     return CommandError(agentName + ": " + (closed ? closed->describe() : "It does not answer."));
 }
 

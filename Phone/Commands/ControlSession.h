@@ -18,7 +18,7 @@ class ControlSession {
 public:
     static ControlSession open(const CommandContext& context);
 
-    AgentLink& link() { return *agentLink; }
+    AgentLink& link();
     const std::string& name() const { return agentName; }  // printable
     const Welcome& welcome() const { return agentWelcome; }
 
@@ -34,20 +34,21 @@ public:
     // Waits until the computer has taken everything that was sent before.
     void settle();
 
-    CommandError endedError() const;
+    CommandError endedError();
 
 private:
-    std::optional<AgentSession> ownSession;  // none when the link is shared
-    std::unique_ptr<AgentLink> sharedLink;
-    AgentLink* agentLink = nullptr;
+    bool share(const CommandContext& context, const AgentSession::Choice& choice);
+
+    std::optional<AgentSession> ownSession;  // either this
+    std::unique_ptr<AgentLink> sharedLink;   // else this
     std::string agentName;
     Welcome agentWelcome;
 };
 
 template <class T>
 T ControlSession::await(Duration patience) {
-    if (auto found = agentLink->waitFor<T>(patience)) return *std::move(found);
-    if (agentLink->closed()) throw endedError();
+    if (auto found = link().waitFor<T>(patience)) return *std::move(found);
+    if (link().closed()) throw endedError();
     throw CommandError(agentName + " does not answer.");
 }
 

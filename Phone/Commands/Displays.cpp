@@ -1,5 +1,5 @@
 #include "OrvelKit/Base/Json.h"
-#include "Phone/Commands/AgentSession.h"
+#include "Phone/Commands/ControlSession.h"
 
 namespace orvel::phone {
 
@@ -23,8 +23,8 @@ std::string jsonOf(const DisplayInfo& display, bool isStreamed) {
 }
 
 void displays(CommandContext& context) {
-    AgentSession session = AgentSession::open(context);
-    const Welcome welcome = session.admit(1920, std::chrono::seconds(60)).welcome;
+    const ControlSession session = ControlSession::open(context);
+    const Welcome& welcome = session.welcome();
     for (const DisplayInfo& display : welcome.displays.value_or(std::vector<DisplayInfo>{})) {
         const bool isStreamed = display.id == welcome.displayID;
         if (context.settings.json) {

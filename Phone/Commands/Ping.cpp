@@ -4,8 +4,7 @@
 #include <vector>
 
 #include "OrvelKit/Base/Json.h"
-#include "Phone/Commands/AgentSession.h"
-#include "Phone/Interrupt.h"
+#include "Phone/Commands/ControlSession.h"
 #include "Phone/Percentile.h"
 
 namespace orvel::phone {
@@ -25,8 +24,8 @@ std::string inMilliseconds(double value) {
 }
 
 // The pong's round trip in ms.
-double pingOnce(AgentSession& session, std::uint64_t value) {
-    PhoneConnection& phone = session.phone();
+double pingOnce(ControlSession& session, std::uint64_t value) {
+    AgentLink& phone = session.link();
     const MonotonicTime sentAt = std::chrono::steady_clock::now();
     const MonotonicTime deadline = sentAt + 5s;
     phone.send({Control::Ping{value}});
@@ -44,8 +43,7 @@ double pingOnce(AgentSession& session, std::uint64_t value) {
 
 void ping(CommandContext& context, const PingOptions& options) {
     const Interrupt interrupt;
-    AgentSession session = AgentSession::open(context);
-    session.admit(960, 60s);
+    ControlSession session = ControlSession::open(context);
     std::mt19937_64 random{std::random_device{}()};
     std::vector<double> trips;
     while (trips.size() < options.count && !interrupt.isRequested()) {
@@ -53,7 +51,7 @@ void ping(CommandContext& context, const PingOptions& options) {
         if (!context.settings.json) context.console.say(inMilliseconds(trips.back()));
         // Nothing is owed to the pace: the next one goes 200 ms later, or at once if it took
         // longer.
-        if (trips.size() < options.count) session.phone().waitFor<Control::Pong>(200ms);
+        if (trips.size() < options.count) session.link().waitFor<Control::Pong>(200ms);
     }
     if (trips.empty()) return;
     const double least = percentile(trips, 0).value(), middle = median(trips).value(),

@@ -8,6 +8,7 @@
 #include "Phone/Interrupt.h"
 #include "Phone/LatencyMeasurement.h"
 #include "Phone/LatencyProbe.h"
+#include "Phone/LinkHost.h"
 #include "Phone/Percentile.h"
 #include "Phone/Printable.h"
 #include "Phone/Recorder.h"
@@ -51,16 +52,22 @@ std::string formatted(const char* format, Values... values) {
 class Watch {
 public:
     Watch(CommandContext& commandContext, AgentSession& agentSession,
-          const WatchOptions& watchOptions)
+          const WatchOptions& watchOptions, const Welcome& welcome)
         : context(commandContext),
           session(agentSession),
           options(watchOptions),
+          host(LinkHost::pathFor(context.settings.stateFolder, session.phone().agentID()), welcome,
+               [this](const Control& control) { session.phone().send(control); }),
           statistics(session.phone().connectStartedAt(), session.phone().isSameMachine()) {
         if (!options.film.empty()) {
             recorder.emplace(options.film, options.audio == "on" ? Recorder::Sound::recorded
                                                                  : Recorder::Sound::none);
         }
         if (options.latencyProbe) startProbe();
+        if (!host.problem().empty()) {
+            context.console.remark("Other commands cannot use this connection: " + host.problem() +
+                                   ".");
+        }
     }
 
     void run(const std::vector<PhoneConnection::Event>& early) {
@@ -72,8 +79,9 @@ public:
             MonotonicTime until = std::min({nextTick, now() + 100ms, endsAt()});
             const bool measures = measurement && decoder.hasPicture();
             if (measures) until = std::min(until, measurement->nextStep());
-            if (const auto event = session.phone().next(until - now())) {
+            if (auto event = session.phone().next(until - now())) {
                 take(*event);
+                host.offer(*std::move(event));
             } else if (session.phone().closed()) {
                 break;
             }
@@ -295,6 +303,7 @@ private:
     AgentSession& session;
     const WatchOptions& options;
     const Interrupt interrupt;
+    LinkHost host;
     VideoDecoder decoder;
     WatchStatistics statistics;
     std::optional<Recorder> recorder;
@@ -326,14 +335,18 @@ void watch(CommandContext& context, const WatchOptions& options) {
     auto admission = session.admit(options.maxPixels, 60s);
     if (options.audio == "off") session.phone().send({Control::Audio{false}});
     if (options.display) selectDisplay(session, admission, *options.display);
-    Watch(context, session, options).run(admission.early);
+    admission.welcome.agentKey = session.phone().agentKey();
+    Watch(context, session, options, admission.welcome).run(admission.early);
 }
 
 }  // namespace
 
 void addWatch(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<WatchOptions>();
-    auto* command = app.add_subcommand("watch", "Watch the screen: numbers, and a film if wanted");
+    auto* command = app.add_subcommand(
+        "watch",
+        "Watch the screen: numbers, and a film if wanted. Other commands use its "
+        "connection while it runs");
     command->add_option("--seconds", options->seconds, "How long, from the first picture on")
         ->check(CLI::Range(0.001, 1e6));
     command->add_option("-o,--output", options->film,
