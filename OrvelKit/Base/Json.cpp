@@ -134,6 +134,11 @@ void JsonWriter::key(std::string_view name) {
     text += ':';
 }
 
+void JsonWriter::null() {
+    separate();
+    text += "null";
+}
+
 void JsonWriter::boolean(bool value) {
     separate();
     text += value ? "true" : "false";
@@ -226,8 +231,7 @@ void JsonWriter::value(const JsonValue& read) {
     } else if (const auto characters = read.string()) {
         string(*characters);
     } else {
-        separate();
-        text += "null";
+        null();
     }
 }
 

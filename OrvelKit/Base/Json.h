@@ -33,6 +33,7 @@ public:
     void endArray();
     void key(std::string_view name);
 
+    void null();
     void boolean(bool value);
     void integer(std::int64_t value);
     void unsignedInteger(std::uint64_t value);

@@ -21,6 +21,8 @@ using boost::system::error_code;
 using tcp = asio::ip::tcp;
 using TlsStream = asio::ssl::stream<tcp::socket>;
 
+constexpr std::chrono::seconds watchTime{5};
+
 // What the pending operations keep alive: a connection and its two directions.
 //
 //   opening -> open -> over; opening may go straight to over. Over, it may still be closing.
@@ -81,6 +83,7 @@ protected:
     virtual void write() = 0;                          // outgoing's first; goes on with written()
     virtual void closeStream(std::uint16_t code) = 0;  // goes on with closed()
     virtual void shutStream() = 0;
+    virtual bool isStreamOpen() const = 0;
 
     bool isOver() const { return state == State::over; }
 
@@ -91,9 +94,20 @@ protected:
 
     void upgraded() {
         state = State::open;
-        deadline.cancel();
+        watch();
         if (!outgoing.empty()) write();
         read();
+    }
+
+    // A stream whose peer breaks the protocol, or says goodbye, waits for it to close: without this
+    // for as long as it likes.
+    void watch() {
+        deadline = queue.after(watchTime, [weak = weak_from_this()] {
+            const auto self = weak.lock();
+            if (!self) return;
+            if (!self->isStreamOpen()) return self->fail("the peer does not close");
+            self->watch();
+        });
     }
 
     void received(std::string message) {
@@ -236,6 +250,8 @@ private:
         error_code ignored;
         if (stream) beast::get_lowest_layer(*stream).close(ignored);
     }
+
+    bool isStreamOpen() const override { return stream->is_open(); }
 
     std::optional<asio::ssl::context> tls;
     std::optional<websocket::stream<Stream>> stream;  // once connected

@@ -1,9 +1,8 @@
 #include "OrvelKit/Relay/Dial.h"
 
 #include <openssl/ssl.h>
+#include <openssl/x509v3.h>
 
-#include <boost/asio/ip/address.hpp>
-#include <boost/asio/ssl/host_name_verification.hpp>
 #include <charconv>
 
 #include "OrvelKit/Base/QueueIo.h"
@@ -138,11 +137,12 @@ asio::ssl::context tlsContext(const Network& network) {
 }
 
 void expectHost(asio::ssl::stream<tcp::socket>& stream, const std::string& host) {
-    error_code error;
-    asio::ip::make_address(host, error);
-    const bool isName = static_cast<bool>(error);
-    if (isName) SSL_set_tlsext_host_name(stream.native_handle(), host.c_str());
-    stream.set_verify_callback(asio::ssl::host_name_verification(host), error);
+    SSL* const tls = stream.native_handle();
+    SSL_set_hostflags(tls, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+    if (X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(tls), host.c_str()) == 1) return;
+    // A name, then. One that cannot be set must not go unchecked.
+    if (SSL_set1_host(tls, host.c_str()) != 1) SSL_set1_host(tls, "invalid");
+    SSL_set_tlsext_host_name(tls, host.c_str());
 }
 
 std::string tlsFailure(asio::ssl::stream<tcp::socket>& stream, error_code error) {
