@@ -51,6 +51,20 @@ setUp() {
     fi
 }
 
+# setUpClients: other people's clients of the relay, against which it is tested. Without them those tests
+# are skipped.
+setUpClients() {
+    local folder=$root/Tests/Relay
+    if [[ $folder/node_modules/.package-lock.json -nt $folder/package-lock.json ]]; then return 0; fi
+    say "installing the relay's clients for the tests"
+    # Some distributions of node bring npm with them and are in the way of Debian's.
+    command -v npm >/dev/null ||
+        asRoot env DEBIAN_FRONTEND=noninteractive apt-get -q install -y --no-install-recommends npm >&2 </dev/null ||
+        true
+    (cd "$folder" && npm ci --ignore-scripts --no-fund --no-audit >&2 </dev/null) ||
+        say "they could not be installed: their tests will be skipped"
+}
+
 # What apt says, on stderr: all of it for a person, else every fiftieth package; all of it in a log, too.
 aptProgress() {
     tee -a "$scratch/apt.log" | if [[ -t 2 ]]; then
