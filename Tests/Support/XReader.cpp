@@ -163,8 +163,12 @@ void XReader::yield() {
     xcb_set_input_focus(connection, XCB_INPUT_FOCUS_POINTER_ROOT, XCB_INPUT_FOCUS_POINTER_ROOT,
                         XCB_CURRENT_TIME);
     xcb_warp_pointer(connection, XCB_NONE, client->other.root(), 0, 0, 0, 0, 20, 20);
-    client->other.reply<xcb_get_input_focus_reply>(xcb_get_input_focus(connection),
-                                                   "GetInputFocus");
+    eventually([&] {
+        return client->other
+                   .reply<xcb_query_pointer_reply>(
+                       xcb_query_pointer(connection, client->other.root()), "QueryPointer")
+                   ->child != XCB_NONE;
+    });
 }
 
 XReader::Motion XReader::lastMotion() {

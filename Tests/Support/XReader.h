@@ -29,8 +29,8 @@ public:
     std::string take();
     // What a text field would have taken, UTF-8.
     std::string takeText();
-    // Gives the focus to the window that is in front when this one is gone, and hides. From then on
-    // it receives nothing.
+    // Hides and lets the focus follow the pointer, which it puts over the window at the top left as
+    // soon as there is one. From then on it receives nothing.
     void yield();
     // The text so far; without waiting.
     std::string seenText();

@@ -218,9 +218,13 @@ void InputWorker::look() {
 // tell.
 void InputWorker::followServer() {
     if (!connection || isEnding) return;
-    if (connection->input.readEvents() && !nextLook.isPending()) look();
-    while (connection->input.readEvents()) {
-        if (!nextLook.isPending()) nextLook = after(0s, &InputWorker::look);
+    for (auto news = connection->input.readEvents(); news.toLookAt || news.canTypeOn;
+         news = connection->input.readEvents()) {
+        if (news.toLookAt && !nextLook.isPending()) look();
+        if (news.canTypeOn && resume.isPending()) {
+            resume.cancel();
+            postEvents();
+        }
     }
     publish();
     if (std::exchange(connection->isWaiting, true)) return;

@@ -342,23 +342,62 @@ TEST(LinuxEventPoster, typesTheTextWhateverElseIsPressed) {
     EXPECT_EQ(desk.reader.takeText(), "a👍z") << "halves without the other one are left out";
 }
 
-// Programs that translate keys by themselves.
-TEST(LinuxEventPoster, typesIntoATerminal) {
-    Desk desk;
-    const TemporaryFolder folder;
-    const std::string file = folder / "typed";
-    desk.hands.setLayout("tr");
-    BackgroundProcess terminal(
-        {.command = {"xterm", "-u8", "-geometry", "80x20+0+0", "-e", "sh", "-c",
-                     "stty raw -echo; echo > '" + file + ".ready'; cat > '" + file + "'"},
-         .environment = {{"DISPLAY", desk.server.display()}, {"LC_ALL", "C.UTF-8"}},
-         .outputFile = "/dev/null"});
-    ASSERT_TRUE(eventually([&] { return !fileText(file + ".ready").empty(); }));
-    desk.reader.yield();
-    desk.type(mixedText());
-    desk.tap(macReturn);
-    eventually([&] { return fileText(file).ends_with("\r"); });
-    EXPECT_EQ(fileText(file), mixedText() + "\r");
+// Programs that translate keys each in their own way; they write what they have into $FILE, and
+// $FILE.ready when their window is there.
+const std::pair<const char*, std::vector<std::string>> programs[] = {
+    {"a terminal",
+     {"xterm", "-u8", "-e", "sh", "-c",
+      "stty raw -echo; echo > \"$FILE.ready\"; exec cat > \"$FILE\""}},
+    {"GTK", {"/usr/bin/python3", "-c", R"(
+import os, gi
+gi.require_version("Gtk", "3.0")
+from gi.repository import Gtk, GLib
+name = os.environ["FILE"]
+field = Gtk.TextView()
+text = field.get_buffer()
+text.connect("changed", lambda _: open(name, "w").write(text.get_text(*text.get_bounds(), True)))
+window = Gtk.Window(default_width=400, default_height=300)
+window.add(field)
+window.show_all()
+window.connect("map-event", lambda *_: GLib.idle_add(lambda: print("x", file=open(name + ".ready", "w"))))
+Gtk.main()
+)"}},
+    {"Qt", {"/usr/bin/python3", "-c", R"(
+import os
+from PyQt6.QtCore import QTimer
+from PyQt6.QtWidgets import QApplication, QPlainTextEdit
+name = os.environ["FILE"]
+application = QApplication(["field"])
+field = QPlainTextEdit()
+field.textChanged.connect(lambda: open(name, "w").write(field.toPlainText()))
+field.resize(400, 300)
+field.show()
+QTimer.singleShot(0, lambda: print("x", file=open(name + ".ready", "w")))
+application.exec()
+)"}},
+};
+
+TEST(LinuxEventPoster, typesIntoRealPrograms) {
+    for (const auto& [name, commandLine] : programs) {
+        SCOPED_TRACE(name);
+        Desk desk;
+        const TemporaryFolder folder;
+        const std::string file = folder / "typed";
+        desk.hands.setLayout("tr");
+        BackgroundProcess program({.command = commandLine,
+                                   .environment = {{"DISPLAY", desk.server.display()},
+                                                   {"FILE", file},
+                                                   {"LC_ALL", "C.UTF-8"},
+                                                   {"NO_AT_BRIDGE", "1"}},
+                                   .outputFile = folder / "log"});
+        ASSERT_TRUE(eventually([&] { return !fileText(file + ".ready").empty(); }))
+            << fileText(folder / "log");
+        desk.reader.yield();
+        const std::string text = mixedText() + ".";
+        desk.type(text);
+        EXPECT_TRUE(eventually([&] { return fileText(file).ends_with('.'); }));
+        EXPECT_EQ(fileText(file), text);
+    }
 }
 
 TEST(LinuxEventPoster, leavesNothingBehind) {

@@ -32,7 +32,8 @@ void SpareKeys::markUsed(char32_t character, MonotonicTime now) {
     }
 }
 
-SpareKeys::Plan SpareKeys::lend(const std::vector<char32_t>& wanted, MonotonicTime now) {
+SpareKeys::Plan SpareKeys::lend(const std::vector<char32_t>& wanted, MonotonicTime now,
+                                Duration rest) {
     const auto first = wanted.begin();
     const auto last = first + static_cast<std::ptrdiff_t>(std::min(wanted.size(), places.size()));
     // Who may give way: free places first, then the longest unused.
@@ -52,7 +53,7 @@ SpareKeys::Plan SpareKeys::lend(const std::vector<char32_t>& wanted, MonotonicTi
     for (auto character = first; character != last; ++character) {
         if (find(*character)) continue;
         Place& place = **next++;
-        if (place.character != 0 && now < place.usedAt + rest) {
+        if (place.character != 0 && place.usedAt > readUntil && now < place.usedAt + rest) {
             // The ones found so far are enough for now.
             if (changed.empty()) plan.waitUntil = place.usedAt + rest;
             break;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -15,11 +16,10 @@ namespace orvel {
 // ago. It only keeps the books. Belongs to one thread.
 //
 // A program translates a key when it gets to it, by the table of that moment. So a place that was
-// typed with keeps its character until it was at `rest`, and a new character is typed only `grace`
-// after its assignment.
+// typed with keeps its character until the program is known to have got there, or until it was at
+// rest for a while; and a new character is typed only `grace` after its assignment.
 class SpareKeys {
 public:
-    static constexpr Duration rest = std::chrono::milliseconds(150);
     static constexpr Duration grace = std::chrono::milliseconds(20);
 
     // Those that are there now. What is lent of others is forgotten.
@@ -45,7 +45,9 @@ public:
         std::vector<KeyCodeX> changed;  // ascending
         std::optional<MonotonicTime> waitUntil;
     };
-    Plan lend(const std::vector<char32_t>& wanted, MonotonicTime now);
+    Plan lend(const std::vector<char32_t>& wanted, MonotonicTime now, Duration rest);
+    // The program has read what was typed until then.
+    void markRead(MonotonicTime until) { readUntil = std::max(readUntil, until); }
 
     // The characters of a key, without and with Shift: one alone stands for both; 0: it is not
     // lent.
@@ -63,6 +65,7 @@ public:
 
 private:
     std::vector<Place> places;
+    MonotonicTime readUntil{};
 };
 
 }  // namespace orvel

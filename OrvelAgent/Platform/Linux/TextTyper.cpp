@@ -19,14 +19,19 @@ constexpr int mostPortions = 8;
 // How far ahead characters without a key are looked for.
 constexpr std::size_t lookAhead = 512;
 
+// How long a key that was typed with keeps its character when another one needs it: for a program
+// that does not tell whether it has read it, and the most for one that does.
+constexpr Duration restUnasked = std::chrono::milliseconds(150),
+                   restAsked = std::chrono::seconds(3);
+
 void append(std::vector<KeyAction>& to, const std::vector<KeyAction>& actions) {
     to.insert(to.end(), actions.begin(), actions.end());
 }
 
 }  // namespace
 
-TextTyper::TextTyper(X11Keyboard& ourKeyboard, const HeldKeys& heldKeys)
-    : keyboard(ourKeyboard), held(heldKeys) {}
+TextTyper::TextTyper(X11Keyboard& ourKeyboard, const HeldKeys& heldKeys, ProgramPing& programPing)
+    : keyboard(ourKeyboard), held(heldKeys), ping(programPing), rest(restUnasked) {}
 
 bool TextTyper::isTypeable(char32_t character) const {
     const bool isControl = character < ' ' || (character >= 0x7F && character < 0xA0);
@@ -60,7 +65,7 @@ std::optional<MonotonicTime> TextTyper::type(MonotonicTime now) {
         if (count == 0) {
             if (const auto* lent = spare.find(pending.front())) return lent->readyAt;
             const auto lending = lendKeys(around, now);
-            return lending.ready ? lending.ready : lending.waitUntil;
+            return lending.ready ? lending.ready : waitForProgram(around, now);
         }
         append(actions, around.after);
         if (around.unlocked) keyboard.lock(around.unlocked, false);
@@ -153,13 +158,24 @@ TextTyper::Lending TextTyper::lendKeys(const Context& around, MonotonicTime now)
             continue;
         wanted.push_back(character);
     }
-    const auto plan = spare.lend(wanted, now);
+    const auto plan = spare.lend(wanted, now, rest);
     if (plan.changed.empty()) return {std::nullopt, plan.waitUntil};
     std::vector<KeyAssignment> assignments;
     for (const KeyCodeX code : plan.changed)
         assignments.push_back(assignmentOf(code));
     keyboard.assign(assignments);
     return {now + SpareKeys::grace, std::nullopt};
+}
+
+// All keys are in use. What was typed before this question is read before it is answered.
+std::optional<MonotonicTime> TextTyper::waitForProgram(const Context& around, MonotonicTime now) {
+    rest = ping.send(now) ? restAsked : restUnasked;
+    const auto lending = lendKeys(around, now);
+    return lending.ready ? lending.ready : lending.waitUntil;
+}
+
+void TextTyper::markRead(MonotonicTime until) {
+    spare.markRead(until);
 }
 
 std::vector<KeyAssignment> TextTyper::lent() const {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "OrvelAgent/Platform/Linux/HeldKeys.h"
+#include "OrvelAgent/Platform/Linux/ProgramPing.h"
 #include "OrvelAgent/Platform/Linux/SpareKeys.h"
 #include "OrvelAgent/Platform/Linux/X11Keyboard.h"
 #include "OrvelKit/Base/Clock.h"
@@ -25,13 +26,15 @@ namespace orvel {
 // Belongs to one thread; waits for the server and throws X11Failure.
 class TextTyper {
 public:
-    // Both outlive this.
-    TextTyper(X11Keyboard& keyboard, const HeldKeys& held);
+    // All outlive this.
+    TextTyper(X11Keyboard& keyboard, const HeldKeys& held, ProgramPing& ping);
 
     // More text for type(). A surrogate pair may be cut between two calls.
     void add(std::u16string_view units);
     // What follows does not continue the text so far.
     void endText() { joiner.reset(); }
+    // The program has read what was typed until then: type() may have waited for that.
+    void markRead(MonotonicTime until);
     // Types on. What is returned: when to call again, which may be at once; nullopt: all is typed.
     // The caller writes down what is lent and flushes.
     std::optional<MonotonicTime> type(MonotonicTime now);
@@ -59,13 +62,16 @@ private:
         std::optional<MonotonicTime> ready, waitUntil;
     };
     Lending lendKeys(const Context& context, MonotonicTime now);
+    std::optional<MonotonicTime> waitForProgram(const Context& context, MonotonicTime now);
     void followLayout();
     bool isTypeable(char32_t character) const;
     KeyAssignment assignmentOf(KeyCodeX code) const;
 
     X11Keyboard& keyboard;
     const HeldKeys& held;
+    ProgramPing& ping;
     SpareKeys spare;
+    Duration rest;  // how long a program may take that is asked, or cannot be
     std::uint32_t layoutNumber = 0;
     Utf16Joiner joiner;
     std::u32string pending;

@@ -19,7 +19,7 @@ constexpr std::uint16_t rightCommand = 54, leftCommand = 55;
 // costs every program on the desktop. When the phone has gone, just long enough for slow ones to
 // have seen the last of them.
 constexpr Duration keepWhileTyping = std::chrono::seconds(10),
-                   keepWhenLeft = std::chrono::milliseconds(500);
+                   keepWhenLeft = std::chrono::seconds(2);
 
 std::int16_t pixel(double coordinate) {
     return static_cast<std::int16_t>(std::clamp(std::floor(coordinate), -32'768.0, 32'767.0));
@@ -34,7 +34,9 @@ X11Input::X11Input(const std::string& display)
       record(x11, display),
       repeat(x11, devices),
       keyboard(x11, devices),
-      typer(keyboard, keys),
+      // Monitors that somebody divides by hand are told of there.
+      ping(x11, XCB_EVENT_MASK_STRUCTURE_NOTIFY),
+      typer(keyboard, keys, ping),
       keepLent(keepWhileTyping) {
     if (!x11.extension(xcb_test_id)) throw X11Failure("the X server lacks the XTEST extension");
     if (const auto* randr = x11.extension(xcb_randr_id)) {
@@ -44,9 +46,6 @@ X11Input::X11Input(const std::string& display)
                                    XCB_RANDR_NOTIFY_MASK_CRTC_CHANGE |
                                    XCB_RANDR_NOTIFY_MASK_OUTPUT_CHANGE);
     }
-    // Monitors that somebody divides by hand.
-    constexpr std::uint32_t structure = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
-    xcb_change_window_attributes(x11.get(), x11.root(), XCB_CW_EVENT_MASK, &structure);
     readButtonMap();
     recover();
     look();
@@ -119,6 +118,7 @@ std::optional<MonotonicTime> X11Input::tidyDue() const {
 }
 
 void X11Input::tidy() {
+    ping.stop();
     typer.giveBack();
 }
 
@@ -127,23 +127,31 @@ void X11Input::finish() {
     keyboard.state();  // answered after all that
 }
 
-bool X11Input::readEvents() {
-    bool isDue = false;
+X11Input::News X11Input::readEvents() {
+    News news;
     while (const auto event = x11.pollEvent()) {
         const int type = event->response_type & 0x7F;
-        if (layoutEvent && (type == layoutEvent + XCB_RANDR_SCREEN_CHANGE_NOTIFY ||
-                            type == layoutEvent + XCB_RANDR_NOTIFY)) {
-            areMonitorsOld = isDue = true;
-        } else if (type == XCB_CONFIGURE_NOTIFY) {
-            areMonitorsOld = isDue = true;
+        const bool isLayout =
+            layoutEvent && (type == layoutEvent + XCB_RANDR_SCREEN_CHANGE_NOTIFY ||
+                            type == layoutEvent + XCB_RANDR_NOTIFY);
+        const bool isRoot =
+            type == XCB_CONFIGURE_NOTIFY &&
+            reinterpret_cast<const xcb_configure_notify_event_t&>(*event).window == x11.root();
+        if (isLayout || isRoot) {
+            areMonitorsOld = news.toLookAt = true;
         } else if (type == XCB_MAPPING_NOTIFY) {
             const auto& change = reinterpret_cast<const xcb_mapping_notify_event_t&>(*event);
             if (change.request == XCB_MAPPING_POINTER) readButtonMap();
-        } else if (!repeat.handle(*event) && !keyboard.handle(*event)) {
-            isDue = watch.handle(*event) || isDue;
+        } else if (const auto read = ping.handle(*event)) {
+            typer.markRead(*read);
+            news.canTypeOn = true;
+        } else if (watch.handle(*event)) {
+            news.toLookAt = true;
+        } else if (!repeat.handle(*event)) {
+            keyboard.handle(*event);
         }
     }
-    return isDue;
+    return news;
 }
 
 bool X11Input::look() {

@@ -12,6 +12,7 @@
 #include "OrvelAgent/Platform/Linux/InputRecord.h"
 #include "OrvelAgent/Platform/Linux/KeyRepeat.h"
 #include "OrvelAgent/Platform/Linux/PointerWatch.h"
+#include "OrvelAgent/Platform/Linux/ProgramPing.h"
 #include "OrvelAgent/Platform/Linux/TextTyper.h"
 #include "OrvelAgent/Platform/Linux/VirtualDevices.h"
 #include "OrvelAgent/Platform/Linux/WheelSteps.h"
@@ -43,8 +44,12 @@ public:
     // What was released and given back is done when this returns.
     void finish();
 
-    // Reads the server's events. True: something is to be looked at, see look().
-    bool readEvents();
+    // Reads the server's events.
+    struct News {
+        bool toLookAt = false;   // see look()
+        bool canTypeOn = false;  // what post() waits for has come before its time
+    };
+    News readEvents();
     // The pointer and, if they changed, the monitors. True: look again after
     // PointerWatch::interval.
     bool look();
@@ -74,6 +79,7 @@ private:
     KeyRepeat repeat;
     X11Keyboard keyboard;
     HeldKeys keys;
+    ProgramPing ping;
     TextTyper typer;
     Duration keepLent;                                   // after the last use
     std::array<std::optional<std::uint8_t>, 2> buttons;  // left and right, while they are held
