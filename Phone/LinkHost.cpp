@@ -26,7 +26,7 @@ using asio::local::stream_protocol;
 using boost::system::error_code;
 using Event = AgentLink::Event;
 
-constexpr std::size_t maxWaiting = 8 << 20;  // bytes for one command
+constexpr std::size_t maxWaiting = 2 << 20;  // bytes for one command
 constexpr Duration patience = std::chrono::seconds(2);
 
 }  // namespace

@@ -17,7 +17,7 @@ class PhoneTransport;
 // The phone's end of one connection to an agent: TCP, handshake, sealed frames. Every call blocks
 // at most for the time it is given and may come from any thread; what arrives is read on a thread
 // of its own and waits in a queue until next() or waitFor() takes it. While 64 MiB wait there
-// untaken, nothing more is read.
+// untaken, or 2 MiB of files, nothing more is read.
 //
 //     PhoneConnection phone(identity);
 //     if (!phone.connect("127.0.0.1", port) || !phone.secure()) return phone.closed()->describe();

@@ -15,6 +15,8 @@ using Closed = PhoneConnection::Closed;
 using Event = PhoneConnection::Event;
 
 constexpr std::size_t maxWaitingBytes = 64 << 20;
+// Of these of files: pictures come in the same row, and age behind them.
+constexpr std::size_t maxWaitingFileBytes = 2 << 20;
 constexpr std::size_t inputLength = 256 << 10;  // of a read: a few frames of a download
 
 struct FrameView {
@@ -170,7 +172,7 @@ void PhoneTransport::startReading() {
     if (isReading) return;
     {
         const Lock hold(mutex);
-        if (ended || paused || waitingBytes > maxWaitingBytes) return;
+        if (ended || paused || isFull(hold)) return;
     }
     isReading = true;
     socket.async_wait(tcp::socket::wait_read,
@@ -281,9 +283,14 @@ void PhoneTransport::receiveInner(FrameKind kind, ByteView payload) {
 void PhoneTransport::deliver(Event::Case value, std::size_t size) {
     constexpr std::size_t overhead = sizeof(Event);
     const Lock hold(mutex);
+    if (std::holds_alternative<FileFrame>(value)) waitingFileBytes += size + overhead;
     waiting.emplace_back(Event{arrival, std::move(value)}, size + overhead);
     waitingBytes += size + overhead;
     changed.notify_all();
+}
+
+bool PhoneTransport::isFull(const Lock&) const {
+    return waitingBytes > maxWaitingBytes || waitingFileBytes > maxWaitingFileBytes;
 }
 
 std::optional<Event> PhoneTransport::next(Duration timeout) {
@@ -295,9 +302,10 @@ std::optional<Event> PhoneTransport::next(Duration timeout) {
     }
     auto [event, size] = std::move(waiting.front());
     waiting.pop_front();
-    const bool wasFull = waitingBytes > maxWaitingBytes;
+    const bool wasFull = isFull(hold);
     waitingBytes -= size;
-    if (wasFull && waitingBytes <= maxWaitingBytes) {
+    if (event.as<FileFrame>()) waitingFileBytes -= size;
+    if (wasFull && !isFull(hold)) {
         queue.post(onQueue([](PhoneTransport& self) {
             self.queue.assertCurrent();
             self.startReading();

@@ -56,6 +56,7 @@ private:
     void receiveKeys(ByteView payload) RUNS_ON(queue);
     void receiveInner(FrameKind kind, ByteView payload) RUNS_ON(queue);
     bool isSealing() const;
+    bool isFull(const Lock&) const;  // the mutex is held
     void deliver(PhoneConnection::Event::Case value, std::size_t size) RUNS_ON(queue);
     void startWriting() RUNS_ON(queue);
     void end(PhoneConnection::Closed why) RUNS_ON(queue);
@@ -80,7 +81,7 @@ private:
     mutable std::mutex mutex;
     mutable std::condition_variable changed;
     std::deque<std::pair<PhoneConnection::Event, std::size_t>> waiting;
-    std::size_t waitingBytes = 0;
+    std::size_t waitingBytes = 0, waitingFileBytes = 0;
     std::optional<PhoneConnection::Closed> ended;
     MonotonicTime connectStarted, connected;
     bool isConnected = false;

@@ -139,7 +139,10 @@ private:
     void tell(const Control& control) {
         std::string line;
         if (const auto* front = control.as<Control::FrontApp>()) {
-            line = "in front: " + printable(front->name) + " (" + printable(front->bundleID) + ")";
+            line = front->name.empty() && front->bundleID.empty()
+                       ? "nothing is in front"
+                       : "in front: " + printable(front->name) + " (" + printable(front->bundleID) +
+                             ")";
         } else if (const auto* focus = control.as<Control::TextFocus>()) {
             line = focus->focused ? "a text field has the keyboard" : "no text field any more";
         } else if (const auto* clipboard = control.as<Control::Clipboard>()) {

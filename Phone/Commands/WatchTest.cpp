@@ -78,6 +78,38 @@ TEST_F(WatchTest, watchEndsAfterItsSeconds) {
     EXPECT_THAT(said(), Not(HasSubstr("\x1b"))) << "no live line without a terminal";
 }
 
+TEST_F(WatchTest, watchTellsWhatHappensAndCountsTheSound) {
+    VideoForTests video(64, 64);
+    bool switchesOff = false;
+    AgentForTests agent([&](AgentEnd& end) {
+        end.secure();
+        end.receive<Hello>();
+        end.send({end.welcome()});
+        EXPECT_FALSE(switchesOff && end.receive<Control::Audio>().on);
+        end.send(video.format.encode());
+        end.send(video.grey(40, true, nowMicros()).encode());
+        for (const std::uint32_t sequence : {8u, 9u, 12u})
+            end.send(AudioPacket{sequence, Bytes{0xFC, 0xFF, 0xFE}}.encode());
+        end.send({Control::FrontApp{"org.x\x1b", "Editor"}});
+        end.send({Control::TextFocus{true}});
+        end.send({Control::Clipboard{"two\nlines " + std::string(100, 'x')}});
+        end.waitForEnd();
+    });
+    know(agent);
+    EXPECT_EQ(runAt(agent, {"watch", "--seconds", "0.3"}), 0) << remarked();
+    EXPECT_THAT(said(), AllOf(HasSubstr("in front: Editor (org.x\\x1b)\n"),
+                              HasSubstr("a text field has the keyboard\n"),
+                              HasSubstr("copied: two\\nlines " + std::string(50, 'x') + " ...\n"),
+                              HasSubstr("sound: 3 packets, "), HasSubstr(" 2 lost\n")));
+    switchesOff = true;
+    EXPECT_EQ(runAt(agent, {"--json", "watch", "--seconds", "0.3", "--audio", "off"}), 0);
+    EXPECT_THAT(said(), Not(HasSubstr("textFocus")));
+    EXPECT_EQ(runAt(agent, {"--json", "watch", "--seconds", "0.3", "--audio", "off", "--events"}),
+              0);
+    EXPECT_THAT(said(), HasSubstr(R"({"textFocus":{"_0":true}})"
+                                  "\n"));
+}
+
 TEST_F(WatchTest, aGapIsCountedAndAKeyframeAskedFor) {
     VideoForTests video(64, 64);
     AgentForTests agent([&](AgentEnd& end) {
