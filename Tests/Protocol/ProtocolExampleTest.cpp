@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "OrvelKit/Base/HexForTests.h"
+#include "OrvelKit/Relay/SignalEnvelope.h"
 #include "OrvelKit/Secure/SecureHandshake.h"
 #include "OrvelKit/Wire/Control.h"
 #include "OrvelKit/Wire/Files.h"
@@ -67,6 +68,43 @@ TEST(ProtocolDocument, controlsAreWrittenAndReadAsShown) {
         }
     }
     EXPECT_EQ(shown.size(), std::variant_size_v<Control::Case>);
+}
+
+// The lines of the blocks that begin with ```json and this.
+std::vector<std::string> examples(const std::string& kind) {
+    std::vector<std::string> found;
+    std::istringstream lines(document());
+    bool inside = false;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("```")) {
+            inside = line == "```json " + kind;
+        } else if (inside) {
+            found.push_back(line);
+        }
+    }
+    return found;
+}
+
+TEST(ProtocolDocument, signalsAreWrittenAndReadAsShown) {
+    std::set<std::size_t> shown;
+    for (const auto& line : examples("signal")) {
+        SCOPED_TRACE(line);
+        const auto message = SignalMessage::fromJson(line);
+        EXPECT_EQ(message.toJson(), line);
+        shown.insert(message.value.index());
+    }
+    EXPECT_EQ(shown.size(), std::variant_size_v<SignalMessage::Case>);
+}
+
+TEST(ProtocolDocument, theEnvelopeOpensAsShown) {
+    const auto lines = examples("envelope");
+    ASSERT_EQ(lines.size(), 1u);
+    const auto envelope = SignalEnvelope::fromJson(lines[0]);
+    EXPECT_EQ(envelope.toJson(), lines[0]);
+    const auto message = envelope.open(
+        agent, [](const auto&) { return phone.publicKey(); },
+        WallTime(std::chrono::seconds(1731715200)));
+    EXPECT_EQ(message, SignalMessage{SignalMessage::Probe{}});
 }
 
 TEST(ProtocolDocument, framesAndPayloadsHaveTheBytesShown) {
