@@ -40,9 +40,9 @@ bool TextTyper::isTypeable(char32_t character) const {
 
 void TextTyper::add(std::u16string_view units) {
     for (const char32_t character : joiner.join(units)) {
-        if (isTypeable(character)) pending += character;
+        if (isTypeable(character)) pending.push_back(character);
     }
-    isNew = true;
+    isNew = isNew || !units.empty();
 }
 
 std::optional<MonotonicTime> TextTyper::type(MonotonicTime now) {
@@ -71,7 +71,7 @@ std::optional<MonotonicTime> TextTyper::type(MonotonicTime now) {
         if (around.unlocked) keyboard.lock(around.unlocked, false);
         keyboard.send(actions);
         if (around.unlocked) keyboard.lock(around.unlocked, true);
-        pending.erase(0, count);
+        pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(count));
     }
     return std::nullopt;
 }
@@ -150,7 +150,8 @@ std::optional<std::vector<KeyAction>> TextTyper::actionsFor(char32_t character,
 
 TextTyper::Lending TextTyper::lendKeys(const Context& around, MonotonicTime now) {
     std::vector<char32_t> wanted;
-    for (const char32_t character : pending.substr(0, lookAhead)) {
+    for (std::size_t i = 0; i < std::min(pending.size(), lookAhead); ++i) {
+        const char32_t character = pending[i];
         if (wanted.size() == spare.size()) break;
         if (character == '\t' || keyboard.layout().strokeFor(character, around.state) ||
             xkb_utf32_to_keysym(character) == XKB_KEY_NoSymbol ||

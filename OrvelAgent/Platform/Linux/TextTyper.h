@@ -1,7 +1,7 @@
 #pragma once
 
+#include <deque>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -74,7 +74,7 @@ private:
     Duration rest;  // how long a program may take that is asked, or cannot be
     std::uint32_t layoutNumber = 0;
     Utf16Joiner joiner;
-    std::u32string pending;
+    std::deque<char32_t> pending;
     bool isNew = false;  // text has come that no keys were lent for
 };
 
