@@ -20,11 +20,13 @@ constexpr std::size_t keptBuffer = 64 << 10;
 }  // namespace
 
 RealtimeConnection::RealtimeConnection(SerialQueue& connectionQueue, asio::ip::tcp::socket socket,
-                                       RealtimeHub& realtimeHub, std::chrono::seconds idleLimit,
-                                       Ended ended)
+                                       RealtimeHub& realtimeHub,
+                                       RealtimeHub::Serializer clientSerializer,
+                                       std::chrono::seconds idleLimit, Ended ended)
     : queue(connectionQueue),
       stream(std::move(socket)),
       hub(realtimeHub),
+      serializer(clientSerializer),
       idleTime(idleLimit),
       onEnd(std::move(ended)) {}
 
@@ -41,7 +43,7 @@ void RealtimeConnection::start(const beast::http::request<beast::http::string_bo
         if (error) return self->end();
         self->isOpen = true;
         self->lastArrival = self->queue.now();
-        self->hub.came(self);
+        self->hub.came(self, self->serializer);
         self->watch();
         self->read();
     });
@@ -63,7 +65,7 @@ void RealtimeConnection::read() {
         const auto text = beast::buffers_to_string(self->incoming.data());
         self->incoming.clear();
         if (self->incoming.capacity() > keptBuffer) self->incoming.shrink_to_fit();
-        self->hub.received(*self, text);
+        self->hub.received(*self, text, self->stream.got_binary());
         if (!self->isOver) self->read();
     });
 }

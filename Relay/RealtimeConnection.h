@@ -23,7 +23,8 @@ public:
     using Ended = std::function<void(const std::shared_ptr<RealtimeConnection>&)>;
 
     RealtimeConnection(SerialQueue& queue, boost::asio::ip::tcp::socket socket, RealtimeHub& hub,
-                       std::chrono::seconds idleTime, Ended onEnd);
+                       RealtimeHub::Serializer serializer, std::chrono::seconds idleTime,
+                       Ended onEnd);
 
     // Answers the request, then serves; the owner keeps it until onEnd.
     void start(const boost::beast::http::request<boost::beast::http::string_body>& request);
@@ -42,6 +43,7 @@ private:
     SerialQueue& queue;
     boost::beast::websocket::stream<boost::asio::ip::tcp::socket> stream;
     RealtimeHub& hub;
+    const RealtimeHub::Serializer serializer;
     const std::chrono::seconds idleTime;
     Ended onEnd;
     bool isOpen = false, isOver = false;

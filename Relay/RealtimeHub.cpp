@@ -1,6 +1,7 @@
 #include "Relay/RealtimeHub.h"
 
 #include <algorithm>
+#include <array>
 
 namespace orvel {
 
@@ -19,31 +20,100 @@ bool flag(const std::optional<JsonValue>& object, const char* name) {
     return member && member->boolean().value_or(false);
 }
 
-// A message: exactly these four members.
-std::string frame(const std::string& topic, const char* event,
-                  const std::optional<std::string>& ref, const std::string& payload) {
-    JsonWriter json;
-    json.beginObject();
-    json.key("topic");
-    json.string(topic);
-    json.key("event");
-    json.string(event);
-    json.key("ref");
-    if (ref) {
-        json.string(*ref);
+void writeReference(JsonWriter& json, const std::optional<std::string>& reference) {
+    if (reference) {
+        json.string(*reference);
     } else {
         json.null();
     }
-    json.key("payload");
-    json.value(JsonDocument(payload).root());
-    json.endObject();
-    return json.take();
 }
 
-std::string reply(const std::string& topic, const std::optional<std::string>& ref,
-                  const char* status, const std::string& response) {
-    return frame(topic, "phx_reply", ref,
-                 std::string(R"({"status":")") + status + R"(","response":)" + response + "}");
+using Serializer = RealtimeHub::Serializer;
+
+struct Outgoing {
+    std::string topic;
+    const char* event;
+    std::optional<std::string> ref, joinRef;
+    std::string payload;  // JSON
+
+    std::string written(Serializer serializer) const {
+        JsonWriter json;
+        if (serializer == Serializer::arrays) {
+            json.beginArray();
+            writeReference(json, joinRef);
+            writeReference(json, ref);
+            json.string(topic);
+            json.string(event);
+            json.value(JsonDocument(payload).root());
+            json.endArray();
+            return json.take();
+        }
+        json.beginObject();  // exactly these four members
+        json.key("topic");
+        json.string(topic);
+        json.key("event");
+        json.string(event);
+        json.key("ref");
+        writeReference(json, ref);
+        json.key("payload");
+        json.value(JsonDocument(payload).root());
+        json.endObject();
+        return json.take();
+    }
+};
+
+Outgoing replyTo(const auto& message, const char* status, const std::string& response) {
+    return {message.topic, "phx_reply", message.ref, message.joinRef,
+            std::string(R"({"status":")") + status + R"(","response":)" + response + "}"};
+}
+
+Outgoing closing(const std::string& topic, const std::optional<std::string>& joinRef) {
+    return {topic, "phx_close", joinRef, joinRef, "{}"};
+}
+
+Outgoing notice(const std::string& topic, const char* event, const std::string& payload) {
+    return {topic, event, std::nullopt, std::nullopt, payload};
+}
+
+// A broadcast in the binary form (kind 3: the lengths of five strings, whether the payload is JSON,
+// the strings, the payload) as an object of the other form; nullopt when it is none.
+std::optional<std::string> objectOf(std::string_view push) {
+    constexpr std::size_t headerLength = 7;
+    if (push.size() < headerLength || push[0] != 3 || push[6] != 1) return std::nullopt;
+    std::array<std::string_view, 5> strings;  // join_ref, ref, topic, event, metadata
+    std::size_t at = headerLength;
+    for (std::size_t i = 0; i < strings.size(); ++i) {
+        const std::size_t length = static_cast<unsigned char>(push[i + 1]);
+        if (push.size() - at < length) return std::nullopt;
+        strings[i] = push.substr(at, length);
+        at += length;
+    }
+    try {
+        const JsonDocument payload(push.substr(at));
+        JsonWriter json;
+        json.beginObject();
+        const std::pair<const char*, std::string_view> references[] = {
+            {"join_ref", strings[0]}, {"ref", strings[1]}, {"topic", strings[2]}};
+        for (const auto& [name, value] : references) {
+            json.key(name);
+            json.string(value);
+        }
+        json.key("event");
+        json.string("broadcast");
+        json.key("payload");
+        json.beginObject();
+        json.key("type");
+        json.string("broadcast");
+        json.key("event");
+        json.string(strings[3]);
+        json.key("payload");
+        json.value(payload.root());
+        json.endObject();
+        json.endObject();
+        return json.take();
+    } catch (const JsonError&) {
+        return std::nullopt;
+    }
 }
 
 std::string because(const std::string& reason) {
@@ -67,8 +137,9 @@ RealtimeHub::RealtimeHub(SerialQueue& hubQueue, Options hubOptions,
                          std::function<bool(const std::string&)> judge)
     : queue(hubQueue), options(hubOptions), acceptsToken(std::move(judge)) {}
 
-void RealtimeHub::came(const std::shared_ptr<Client>& client) {
-    members[client.get()] = {client, {}, options.messagesPerSecond * burstSeconds, queue.now()};
+void RealtimeHub::came(const std::shared_ptr<Client>& client, Serializer serializer) {
+    members[client.get()] = {
+        client, serializer, {}, options.messagesPerSecond * burstSeconds, queue.now()};
 }
 
 void RealtimeHub::left(Client& client) {
@@ -88,38 +159,61 @@ void RealtimeHub::closeChannel(Client& client, Member& member, const std::string
     member.channels.erase(member.channels.find(topic));
 }
 
-void RealtimeHub::received(Client& client, const std::string& text) {
+void RealtimeHub::received(Client& client, const std::string& message, bool isBinary) {
     const auto found = members.find(&client);
     if (found == members.end()) return;
     Member& member = found->second;
-    std::optional<JsonDocument> document;
+    const bool isPush = isBinary && member.serializer == Serializer::arrays;
+    const auto text = isPush ? objectOf(message) : message;
+    if (!text) return;
     try {
-        document.emplace(text);
+        const JsonDocument document(*text);
+        const auto incoming =
+            read(document.root(), isPush ? Serializer::objects : member.serializer);
+        if (incoming) handle(client, member, *incoming);
     } catch (const JsonError&) {
-        return;
+        // Ignored.
     }
-    const auto root = document->root();
-    const auto topic = stringMember(root, "topic"), event = stringMember(root, "event");
-    const auto payload = root.member("payload");
-    if (!topic || !event || !payload || !root.member("ref")) return;
-    const Incoming message{*topic, *event, stringMember(root, "ref"),
-                           stringMember(root, "join_ref"), *payload};
-    if (message.topic == "phoenix" && message.event == "heartbeat") {
-        return client.send(reply("phoenix", message.ref, "ok", "{}"));
+}
+
+std::optional<RealtimeHub::Incoming> RealtimeHub::read(const JsonValue& root,
+                                                       Serializer serializer) {
+    const auto textOrNone = [](const std::optional<JsonValue>& value) {
+        const auto text = value ? value->string() : std::nullopt;
+        return text ? std::optional(std::string(*text)) : std::nullopt;
+    };
+    const char* const names[] = {"join_ref", "ref", "topic", "event", "payload"};
+    std::optional<JsonValue> members[std::size(names)];
+    for (std::size_t i = 0; i < std::size(names); ++i) {
+        if (serializer == Serializer::objects) {
+            members[i] = root.member(names[i]);
+        } else if (root.isArray() && root.size() == std::size(names)) {
+            members[i] = root.element(i);
+        }
     }
+    const auto& [joinRef, ref, topic, event, payload] = members;
+    if (!ref || !payload || !textOrNone(topic) || !textOrNone(event)) return std::nullopt;
+    return Incoming{*textOrNone(topic), *textOrNone(event), textOrNone(ref), textOrNone(joinRef),
+                    *payload};
+}
+
+void RealtimeHub::handle(Client& client, Member& member, const Incoming& message) {
+    const auto answer = [&](const char* status, const std::string& response) {
+        client.send(replyTo(message, status, response).written(member.serializer));
+    };
+    if (message.topic == "phoenix" && message.event == "heartbeat") return answer("ok", "{}");
     if (message.event == "phx_join") return join(client, member, message);
-    if (!member.channels.count(message.topic)) {
-        return client.send(reply(message.topic, message.ref, "error", because("unmatched topic")));
-    }
+    if (!member.channels.count(message.topic)) return answer("error", because("unmatched topic"));
     if (message.event == "phx_leave") return leave(client, member, message);
     if (message.event == "broadcast") return broadcast(client, member, message);
-    if (message.event == "presence") client.send(reply(message.topic, message.ref, "ok", "{}"));
+    if (message.event == "presence") answer("ok", "{}");
 }
 
 void RealtimeHub::join(Client& client, Member& member, const Incoming& message) {
     constexpr std::string_view prefix = "realtime:";
     if (!message.topic.starts_with(prefix) || message.topic.size() == prefix.size()) {
-        return client.send(reply(message.topic, message.ref, "error", because("unmatched topic")));
+        return client.send(
+            replyTo(message, "error", because("unmatched topic")).written(member.serializer));
     }
     const auto token = stringMember(message.payload, "access_token");
     if (token && !acceptsToken(*token)) {
@@ -140,30 +234,32 @@ void RealtimeHub::join(Client& client, Member& member, const Incoming& message) 
     const auto casting = config ? config->member("broadcast") : std::nullopt;
     member.channels[message.topic] = {message.joinRef, flag(casting, "self"), flag(casting, "ack")};
     topics[message.topic].insert(&client);
-    client.send(reply(message.topic, message.ref, "ok", R"({"postgres_changes":[]})"));
-    if (replaced) client.send(frame(message.topic, "phx_close", *replaced, "{}"));
+    const auto tell = [&](const Outgoing& outgoing) {
+        client.send(outgoing.written(member.serializer));
+    };
+    tell(replyTo(message, "ok", R"({"postgres_changes":[]})"));
+    if (replaced) tell(closing(message.topic, *replaced));
     const auto presence = config ? config->member("presence") : std::nullopt;
-    if (flag(presence, "enabled")) {
-        client.send(frame(message.topic, "presence_state", std::nullopt, "{}"));
-    }
+    if (flag(presence, "enabled")) tell(notice(message.topic, "presence_state", "{}"));
 }
 
 void RealtimeHub::refuse(Member& member, const Incoming& message, const std::string& reason) {
     if (refusals.size() >= options.maxChannels) return;  // nobody waits for that many
     const auto number = ++refusalNumber;
-    refusals[number] = queue.after(
-        options.refusalDelay, [this, number, client = member.client,
-                               text = reply(message.topic, message.ref, "error", because(reason))] {
-            if (const auto there = client.lock()) there->send(text);
-            refusals.erase(number);
-        });
+    refusals[number] =
+        queue.after(options.refusalDelay,
+                    [this, number, client = member.client,
+                     text = replyTo(message, "error", because(reason)).written(member.serializer)] {
+                        if (const auto there = client.lock()) there->send(text);
+                        refusals.erase(number);
+                    });
 }
 
 void RealtimeHub::leave(Client& client, Member& member, const Incoming& message) {
     const auto joinRef = member.channels.at(message.topic).joinRef;
     closeChannel(client, member, message.topic);
-    client.send(reply(message.topic, message.ref, "ok", "{}"));
-    client.send(frame(message.topic, "phx_close", joinRef, "{}"));
+    client.send(replyTo(message, "ok", "{}").written(member.serializer));
+    client.send(closing(message.topic, joinRef).written(member.serializer));
 }
 
 bool RealtimeHub::mayContinue(Member& member) {
@@ -179,26 +275,26 @@ bool RealtimeHub::mayContinue(Member& member) {
 
 void RealtimeHub::broadcast(Client& client, Member& member, const Incoming& message) {
     const Channel channel = member.channels.at(message.topic);
+    const auto tell = [&](const Outgoing& outgoing) {
+        client.send(outgoing.written(member.serializer));
+    };
     if (!mayContinue(member)) {
         closeChannel(client, member, message.topic);
-        client.send(frame(message.topic, "system", std::nullopt,
-                          R"({"extension":"system","status":"error",)"
-                          R"("message":"Too many messages per second"})"));
-        client.send(frame(message.topic, "phx_close", channel.joinRef, "{}"));
-        return;
+        tell(notice(message.topic, "system",
+                    R"({"extension":"system","status":"error",)"
+                    R"("message":"Too many messages per second"})"));
+        return tell(closing(message.topic, channel.joinRef));
     }
-    const auto payload = textOf(message.payload);
-    const bool fits = payload.size() <= options.maxPayload;
+    const auto outgoing = notice(message.topic, "broadcast", textOf(message.payload));
+    const bool fits = outgoing.payload.size() <= options.maxPayload;
     if (fits) {
-        const auto text = frame(message.topic, "broadcast", std::nullopt, payload);
-        const auto everybody = topics.at(message.topic);
-        for (Client* const other : everybody) {
-            if (other != &client || channel.hearsItself) other->send(text);
+        for (Client* const other : topics.at(message.topic)) {
+            if (other == &client && !channel.hearsItself) continue;
+            other->send(outgoing.written(members.at(other).serializer));
         }
     }
     if (channel.acknowledged) {
-        client.send(reply(message.topic, message.ref, fits ? "ok" : "error",
-                          fits ? "{}" : R"("payload_size_exceeded")"));
+        tell(replyTo(message, fits ? "ok" : "error", fits ? "{}" : R"("payload_size_exceeded")"));
     }
 }
 

@@ -14,10 +14,14 @@
 
 namespace orvel {
 
-// The topics of the relay and who is on them: Phoenix channels, serializer 1.0.0, with broadcasts
-// as the hosted service has them. Public channels only; nothing is kept. Belongs to the queue.
+// The topics of the relay and who is on them: Phoenix channels with broadcasts as the hosted
+// service has them. Public channels only; nothing is kept. Belongs to the queue.
 class RealtimeHub {
 public:
+    // How messages are written: as objects (1.0.0), or as arrays (2.0.0), where broadcasts come to
+    // us in a binary form.
+    enum class Serializer { objects, arrays };
+
     struct Options {
         std::size_t maxPayload = 256 << 10;            // of a broadcast; a longer one is dropped
         std::size_t maxChannels = 100;                 // of one client
@@ -36,8 +40,9 @@ public:
     RealtimeHub(SerialQueue& queue, Options options,
                 std::function<bool(const std::string&)> acceptsToken);
 
-    void came(const std::shared_ptr<Client>& client);
-    void received(Client& client, const std::string& text);
+    void came(const std::shared_ptr<Client>& client, Serializer serializer);
+    // What is no message is ignored.
+    void received(Client& client, const std::string& message, bool isBinary);
     void left(Client& client);
 
 private:
@@ -47,6 +52,7 @@ private:
     };
     struct Member {
         std::weak_ptr<Client> client;
+        Serializer serializer;
         std::map<std::string, Channel> channels;  // by topic
         double allowance;                         // messages that may come at once
         MonotonicTime counted;                    // when that was so
@@ -56,6 +62,8 @@ private:
         std::optional<std::string> ref, joinRef;
         JsonValue payload;
     };
+    static std::optional<Incoming> read(const JsonValue& root, Serializer serializer);
+    void handle(Client& client, Member& member, const Incoming& message);
     void join(Client& client, Member& member, const Incoming& message);
     void leave(Client& client, Member& member, const Incoming& message);
     void broadcast(Client& client, Member& member, const Incoming& message);

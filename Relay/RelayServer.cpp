@@ -196,13 +196,17 @@ struct RelayServer::State : std::enable_shared_from_this<State> {
                           R"({"error":"websockets only"})");
         }
         const auto version = queryItem(request, "vsn");
-        if (!version.empty() && version != "1.0.0")
+        const bool isArrays = version == "2.0.0";
+        if (!isArrays && !version.empty() && version != "1.0.0") {
             return refuse(exchange, http::status::forbidden, "");
+        }
         if (!isKey(queryItem(request, "apikey"), options.key)) {
             return refuse(exchange, http::status::unauthorized, R"({"error":"invalid API key"})");
         }
         auto connection = std::make_shared<RealtimeConnection>(
-            queue, std::move(exchange->socket), hub, options.idleTime,
+            queue, std::move(exchange->socket), hub,
+            isArrays ? RealtimeHub::Serializer::arrays : RealtimeHub::Serializer::objects,
+            options.idleTime,
             // What counts the connection goes with it.
             [weak = weak_from_this(), exchange](const auto& ended) {
                 if (const auto self = weak.lock()) self->websockets.erase(ended);

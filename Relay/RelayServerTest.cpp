@@ -297,12 +297,63 @@ TEST_F(RawClientTest, isAnsweredAsTheServiceDoes) {
     EXPECT_EQ(next(), R"({"topic":"realtime:T","event":"phx_close","ref":"5","payload":{}})");
 }
 
+TEST_F(RawClientTest, maySpeakInArrays) {
+    start();
+    open("?apikey=local&vsn=2.0.0");
+    for (const auto* text : {"{}", "[]", R"([null,"1","realtime:T","phx_join"])"})
+        say(text);
+    EXPECT_EQ(
+        answerTo(R"(["1","1","realtime:T","phx_join",{"config":{"broadcast":{"self":true}}}])"),
+        R"(["1","1","realtime:T","phx_reply",{"status":"ok","response":{"postgres_changes":[]}}])");
+    EXPECT_EQ(answerTo(R"([null,"2","phoenix","heartbeat",{}])"),
+              R"([null,"2","phoenix","phx_reply",{"status":"ok","response":{}}])");
+    EXPECT_EQ(answerTo(R"(["1","3","realtime:T","broadcast",{"a":1}])"),
+              R"([null,null,"realtime:T","broadcast",{"a":1}])");
+    EXPECT_EQ(answerTo(R"(["1","4","realtime:T","phx_leave",{}])"),
+              R"(["1","4","realtime:T","phx_reply",{"status":"ok","response":{}}])");
+    EXPECT_EQ(next(), R"(["1","1","realtime:T","phx_close",{}])");
+}
+
+TEST(RealtimeHub, readsBinaryBroadcastsAndNothingLikeThem) {
+    struct Client : RealtimeHub::Client {
+        std::vector<std::string> told;
+        void send(const std::string& text) override { told.push_back(text); }
+    };
+    VirtualTime time;
+    SerialQueue queue("relay", time);
+    RealtimeHub hub(queue, {}, [](const auto&) { return true; });
+    const auto sender = std::make_shared<Client>(), receiver = std::make_shared<Client>();
+    hub.came(sender, RealtimeHub::Serializer::arrays);
+    hub.came(receiver, RealtimeHub::Serializer::objects);
+    hub.received(*sender, R"(["1","1","realtime:T","phx_join",{}])", false);
+    hub.received(*receiver, joinT, true);  // objects may come as binary, too
+    EXPECT_EQ(receiver->told.size(), 1u);
+    receiver->told.clear();
+
+    using namespace std::string_literals;
+    const auto push = "\x03\x01\x01\x0a\x06\x00\x01"s + "12realtime:Tsignal{\"n\": 1}";
+    for (std::size_t length = 0; length < push.size(); ++length)
+        hub.received(*sender, push.substr(0, length), true);
+    auto other = push;
+    other[0] = 4;
+    hub.received(*sender, other, true);
+    other = push;
+    other[6] = 0;  // a payload that is not JSON
+    hub.received(*sender, other, true);
+    EXPECT_TRUE(receiver->told.empty());
+    hub.received(*sender, push, true);
+    EXPECT_THAT(receiver->told,
+                testing::ElementsAre(
+                    R"({"topic":"realtime:T","event":"broadcast","ref":null,)"
+                    R"("payload":{"type":"broadcast","event":"signal","payload":{"n":1}}})"));
+}
+
 TEST_F(RawClientTest, isRefusedOrSentAwayAsTheServiceDoes) {
     options.realtime.messagesPerSecond = 0.05;  // three in a minute
     start();
     open("?apikey=other&vsn=1.0.0");
     EXPECT_EQ(next(), "end refused with status 401");
-    open("?apikey=local&vsn=2.0.0");
+    open("?apikey=local&vsn=3.0.0");
     EXPECT_EQ(next(), "end refused with status 403");
     open();
     EXPECT_EQ(answerTo(joinT), joined);
