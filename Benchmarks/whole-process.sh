@@ -7,11 +7,6 @@ benchRounds=3
 benchSeconds=8
 
 measureWholeProgram() {
-    startDisplay
-    startAgent --no-advertise --bind 127.0.0.1
-    benchPhone=(--host 127.0.0.1 --port "$agentPort" --json)
-    pairPhone "${benchPhone[@]}"
-
     local mode round
     printf '\nCPU for each delivered frame, %s, %d rounds of %d s in turns\n' "$virtualSize" "$benchRounds" "$benchSeconds"
     printf '%-8s %12s %8s %8s %14s %8s %8s %8s\n' screen 'agent ms' 'frames/s' 'Mbit/s' 'ffmpeg ms' 'frames/s' 'Mbit/s' ratio
