@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# ./orvel demo: agent, reference phone, pairing, ten seconds of this display; then looks with an
-# independent decoder whether what was recorded is what was shown.
+# ./orvel demo: agent, reference phone, pairing, ten seconds and more of this display and its sound while the
+# phone works at it; then looks with an independent decoder whether what was recorded is what was shown.
 
 demoSeconds=10
 faithful=30 # dB: a picture at least as like the screen as this shows the screen
@@ -80,24 +80,31 @@ phoneAsks() {
     row 'ping' "$(jq -r '"\(.medianMs * 100 | round / 100) ms"' <<<"$answer")"
 }
 
-# Everything stands still for the last two seconds, so that the film's last picture can be held against
-# the screen.
+# Watches while the phone does everything else, for demoSeconds at least. Everything stands still for the
+# last two seconds, so that the film's last picture can be held against the screen.
 phoneWatches() {
-    local film=$1 pid status=0
-    say "the phone watches for $demoSeconds seconds"
-    "${orvelPhone[@]}" --agent "$demoName" --json watch --seconds "$demoSeconds" -o "$film" </dev/null >"$scratch/watch.json" &
+    local film=$1 pid status=0 begun=$SECONDS
+    say "the phone watches"
+    startTone
+    "${orvelPhone[@]}" --agent "$demoName" --json watch --events -o "$film" </dev/null >"$scratch/watch.json" &
     pid=$!
     adopt "$pid"
-    sleep "$((demoSeconds - 2))"
+    phoneDrives
+    phoneFetches
+    local rest=$((demoSeconds - 2 - (SECONDS - begun)))
+    if ((rest > 0)); then sleep "$rest"; fi
     kill -STOP "${moving[@]}"
+    sleep 2
+    kill -TERM "$pid"
     waitUntil 20 isGone "$pid" || fail "the watching does not come to an end"
+    endTone
     wait "$pid" || status=$?
     forget "$pid"
     ((status == 0)) || fail "the watching failed"
-    row 'first picture' "$(jq -r '"after \(.firstPictureMs | round) ms"' "$scratch/watch.json")"
-    row 'pictures' "$(jq -r '"\(.frames) in \(.seconds | round) s (\(.framesPerSecond * 10 | round / 10) a second), " +
+    row 'first picture' "$(jq -rs 'last | "after \(.firstPictureMs | round) ms"' "$scratch/watch.json")"
+    row 'pictures' "$(jq -rs 'last | "\(.frames) in \(.seconds | round) s (\(.framesPerSecond * 10 | round / 10) a second), " +
         "\(.megabitsPerSecond * 10 | round / 10) Mbit/s, \(.keyframes) keyframes, \(.drops) lost"' "$scratch/watch.json")"
-    row 'latency' "$(jq -r '"\(.latencyMedianMs * 10 | round / 10) ms in the median, " +
+    row 'latency' "$(jq -rs 'last | "\(.latencyMedianMs * 10 | round / 10) ms in the median, " +
         "\(.latency95Ms * 10 | round / 10) ms for 95 of 100"' "$scratch/watch.json")"
 
     local trouble lasts
@@ -110,6 +117,8 @@ phoneWatches() {
     count=$(ffprobe -v error -select_streams v -count_packets -show_entries stream=nb_read_packets -of csv=p=0 "$film")
     ffmpeg -v error -y -i "$film" -vf "select=eq(n\,$((count - 1)))" -frames:v 1 "$scratch/last.png" </dev/null
     compareWithScreen "$scratch/last.png" "the film's last picture"
+    phoneHeard
+    hearTone "$film"
     row 'demo/session.mp4' "$(describe "$film"), $(LC_ALL=C printf '%.1f' "$lasts") s; last picture $likeness dB like the screen"
 }
 

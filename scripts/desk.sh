@@ -43,9 +43,21 @@ playTone() {
     start player paplay "$scratch/tone.wav"
 }
 
-# startVirtualDesk: a display with a window manager and a clock, whose process is clockPid; and sound.
+# startSession: a session bus of our own, which starts the accessibility service when it is asked for; sets
+# DBUS_SESSION_BUS_ADDRESS.
+startSession() {
+    needScratch
+    export XDG_RUNTIME_DIR=$scratch
+    start session env DISPLAY="$DISPLAY" dbus-daemon --session --nofork --nopidfile --address="unix:path=$scratch/session"
+    waitUntil 10 test -S "$scratch/session" || fail "the session bus does not start: $(tail -n 3 "$scratch/session.log")"
+    export DBUS_SESSION_BUS_ADDRESS=unix:path=$scratch/session
+}
+
+# startVirtualDesk: a display with a window manager and a clock, whose process is clockPid; a session and
+# sound.
 startVirtualDesk() {
     startDisplay
+    [[ -n ${DBUS_SESSION_BUS_ADDRESS:-} ]] || startSession
     startSound || say "the virtual desktop has no sound"
     xsetroot -solid '#31506b'
     start openbox openbox --sm-disable
