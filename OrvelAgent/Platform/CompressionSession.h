@@ -21,7 +21,8 @@ class CompressionSession {
 public:
     enum class Property {
         realTime,                     // bool
-        profileLevel,                 // string: "H264_ConstrainedHigh_AutoLevel"
+        profileLevel,                 // string: "H264_ConstrainedHigh_AutoLevel",
+                                      // "H264_ConstrainedBaseline_AutoLevel"
         allowFrameReordering,         // bool
         averageBitRate,               // integer, bits per second; may change at any time
         expectedFrameRate,            // integer, frames per second

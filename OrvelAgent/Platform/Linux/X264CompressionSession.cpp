@@ -20,14 +20,15 @@ namespace {
 constexpr int pixelsForTwoSlices = 2'500'000;
 constexpr std::int64_t maxBitrate = 1'000'000'000;
 constexpr std::size_t lengthPrefix = 4;
-constexpr const char* onlyProfile = "H264_ConstrainedHigh_AutoLevel";
+constexpr const char* highProfile = "H264_ConstrainedHigh_AutoLevel";
+constexpr const char* baselineProfile = "H264_ConstrainedBaseline_AutoLevel";
 
-x264_param_t parameters(const CompressionSession::Specification& wanted, int slices) {
+x264_param_t parameters(int width, int height, int slices, bool isHigh) {
     x264_param_t p;
     x264_param_default_preset(&p, "ultrafast", "zerolatency");
     p.i_log_level = X264_LOG_NONE;
-    p.i_width = wanted.width;
-    p.i_height = wanted.height;
+    p.i_width = width;
+    p.i_height = height;
     p.i_csp = X264_CSP_NV12;
     p.i_fps_num = 60;
     p.i_fps_den = 1;
@@ -54,7 +55,7 @@ x264_param_t parameters(const CompressionSession::Specification& wanted, int sli
     p.vui.i_colorprim = 1;  // BT.709
     p.vui.i_transfer = 13;  // sRGB
     p.vui.i_colmatrix = 6;  // BT.601; left out, decoders take 709 for large pictures
-    x264_param_apply_profile(&p, "high");
+    x264_param_apply_profile(&p, isHigh ? "high" : "baseline");
     return p;
 }
 
@@ -97,23 +98,36 @@ CompressionSession::Created X264CompressionSession::make(const Specification& wa
                                                          const Options& options) {
     const auto fits = [](int length) { return length > 0 && length % 2 == 0; };
     if (!fits(wanted.width) || !fits(wanted.height)) return {nullptr, invalidArgument};
-    auto p = parameters(wanted, options.slices);
-    Encoder opened(x264_encoder_open(&p));
-    if (!opened) return {nullptr, encoderFailure};
-    std::unique_ptr<X264CompressionSession> session(
-        new X264CompressionSession(wanted, std::move(opened)));
-    if (!session->readParameterSets()) return {nullptr, encoderFailure};
+    std::unique_ptr<X264CompressionSession> session(new X264CompressionSession(wanted, options));
+    if (!session->open(/*asHigh=*/true)) return {nullptr, encoderFailure};
     return {std::move(session), 0};
 }
 
-X264CompressionSession::X264CompressionSession(const Specification& specification, Encoder opened)
+X264CompressionSession::X264CompressionSession(const Specification& specification,
+                                               const Options& options)
     : width(specification.width),
       height(specification.height),
-      encoder(std::move(opened)),
+      slices(options.slices),
       blocks(width, height),
       rate(blocks.count()) {}
 
 X264CompressionSession::~X264CompressionSession() = default;
+
+bool X264CompressionSession::open(bool asHigh) {
+    auto p = parameters(width, height, slices, asHigh);
+    encoder.reset(x264_encoder_open(&p));
+    isHigh = asHigh;
+    return encoder && readParameterSets();
+}
+
+std::int32_t X264CompressionSession::setProfile(const Value& value) {
+    const bool wantsHigh = value == Value(std::string(highProfile));
+    if (!wantsHigh && value != Value(std::string(baselineProfile))) return unsupported;
+    if (wantsHigh == isHigh) return 0;
+    if (!encoder) return invalidSession;
+    if (pictures > 0) return unsupported;
+    return open(wantsHigh) ? 0 : encoderFailure;
+}
 
 bool X264CompressionSession::readParameterSets() {
     x264_nal_t* units = nullptr;
@@ -127,8 +141,9 @@ bool X264CompressionSession::readParameterSets() {
     }
     constexpr std::size_t constraintFlags = 2;
     if (sps.size() <= constraintFlags || pps.empty()) return false;
-    // constraint_set4 and 5: progressive and without B-frames, which is Constrained High.
-    sps[constraintFlags] |= 0x0C;
+    // constraint_set4 and 5: progressive and without B-frames, which is Constrained High. Of
+    // Baseline's x264 sets them all by itself.
+    if (isHigh) sps[constraintFlags] |= 0x0C;
     return true;
 }
 
@@ -142,7 +157,7 @@ std::int32_t X264CompressionSession::set(Property property, const Value& value) 
         case Property::realTime:
             return std::holds_alternative<bool>(value) ? 0 : invalidArgument;
         case Property::profileLevel:
-            return value == Value(std::string(onlyProfile)) ? 0 : unsupported;
+            return setProfile(value);
         case Property::allowFrameReordering:
             return value == Value(false) ? 0 : unsupported;
         case Property::averageBitRate:

@@ -23,8 +23,10 @@ namespace orvel {
 //    51 - 35 · quality³ (0.6: QP 43); unset: QP 51. When even that takes too much, pictures are
 //    left out: their sample is empty, with status 0.
 //  - maxKeyFrameIntervalDuration: measured with the times of the pictures.
-//  - realTime, expectedFrameRate: hints. profileLevel and allowFrameReordering accept only what
-//    the session does anyway.
+//  - profileLevel: Constrained High unless Constrained Baseline is asked for before the first
+//    picture.
+//  - realTime, expectedFrameRate: hints. allowFrameReordering accepts only what the session does
+//    anyway.
 class X264CompressionSession : public CompressionSession {
 public:
     static constexpr int sharpQp = 16;
@@ -57,14 +59,17 @@ private:
     };
     using Encoder = std::unique_ptr<x264_t, Closer>;
 
-    X264CompressionSession(const Specification& specification, Encoder opened);
+    X264CompressionSession(const Specification& specification, const Options& options);
+    bool open(bool asHigh);
     bool readParameterSets();
+    std::int32_t setProfile(const Value& value);
     bool isKeyframeDue() const;
     void markChanges(const PixelBuffer& image);
     RateControl::Load loadOf(const PixelBuffer& image, bool isKeyframe) const;
 
-    const int width, height;
+    const int width, height, slices;
     Encoder encoder;
+    bool isHigh = true;
     Bytes sps, pps;
     BlockMap blocks;
     RateControl rate;

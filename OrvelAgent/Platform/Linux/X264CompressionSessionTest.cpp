@@ -229,7 +229,8 @@ const PropertyRow propertyRows[] = {
     {"real time", Property::realTime, true, 0},
     {"real time as a number", Property::realTime, std::int64_t{1}, Session::invalidArgument},
     {"its profile", Property::profileLevel, std::string("H264_ConstrainedHigh_AutoLevel"), 0},
-    {"another one", Property::profileLevel, std::string("H264_Baseline_AutoLevel"),
+    {"the other one", Property::profileLevel, std::string("H264_ConstrainedBaseline_AutoLevel"), 0},
+    {"one that it has not", Property::profileLevel, std::string("H264_Baseline_AutoLevel"),
      Session::unsupported},
     {"no reordering", Property::allowFrameReordering, false, 0},
     {"reordering", Property::allowFrameReordering, true, Session::unsupported},
@@ -250,6 +251,37 @@ TEST(X264CompressionSession, answersForEachProperty) {
     for (const auto& row : propertyRows) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(stream.session().set(row.property, row.value), row.want);
+    }
+}
+
+// The profile as profile_idc and the constraint flags (ITU-T H.264, 7.4.2.1.1).
+TEST(X264CompressionSession, hasTheProfileAskedForBeforeTheFirstPicture) {
+    const struct {
+        const char* profile;
+        Bytes want;
+        const char* other;
+    } rows[] = {
+        {"H264_ConstrainedHigh_AutoLevel", {100, 0x0C}, "H264_ConstrainedBaseline_AutoLevel"},
+        {"H264_ConstrainedBaseline_AutoLevel", {66, 0xC0}, "H264_ConstrainedHigh_AutoLevel"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.profile);
+        Stream stream(320, 180);
+        stream.set(Property::profileLevel, std::string(row.other));
+        stream.set(Property::profileLevel, std::string(row.profile));
+        SyntheticScreen screen(320, 180, Scene::typing);
+        for (int i = 0; i < 20; ++i) {
+            const auto picture = screen.next();
+            const auto coded = stream.put(picture);
+            ASSERT_TRUE(coded.decoded);
+            EXPECT_GT(lumaPsnr(*picture, *coded.decoded), 35);
+            if (i > 0) continue;
+            const auto& sps = coded.parameterSets.at(0);
+            EXPECT_EQ(Bytes(sps.begin() + 1, sps.begin() + 3), row.want);
+        }
+        EXPECT_EQ(stream.session().set(Property::profileLevel, std::string(row.other)),
+                  Session::unsupported);
+        stream.set(Property::profileLevel, std::string(row.profile));
     }
 }
 
