@@ -130,7 +130,7 @@ void AnonymousAuth::obtain(TokenHandler handler) {
 void AnonymousAuth::refresh(const RelayProject& project, Waiting waiting) {
     request(project, "/auth/v1/token?grant_type=refresh_token",
             encodeJson(RefreshRequest{session->refreshToken}),
-            [this, project, waiting = std::move(waiting)](std::optional<Session> obtained) {
+            [this, project, waiting = std::move(waiting)](const std::optional<Session>& obtained) {
                 queue.assertCurrent();
                 if (!obtained) return signUp(project, waiting);
                 finish(waiting, obtained);
@@ -139,14 +139,14 @@ void AnonymousAuth::refresh(const RelayProject& project, Waiting waiting) {
 
 void AnonymousAuth::signUp(const RelayProject& project, Waiting waiting) {
     request(project, "/auth/v1/signup", "{}",
-            [this, waiting = std::move(waiting)](std::optional<Session> obtained) {
+            [this, waiting = std::move(waiting)](const std::optional<Session>& obtained) {
                 queue.assertCurrent();
                 finish(waiting, obtained);
             });
 }
 
 void AnonymousAuth::request(const RelayProject& project, const char* path, std::string body,
-                            std::function<void(std::optional<Session>)> completion) {
+                            std::function<void(const std::optional<Session>&)> completion) {
     auto url = Url::parse(project.baseUrl.text() + path);
     if (!url) return completion(std::nullopt);
     http.send({"POST",

@@ -56,7 +56,7 @@ private:
     void refresh(const RelayProject& project, Waiting waiting) RUNS_ON(queue);
     void signUp(const RelayProject& project, Waiting waiting) RUNS_ON(queue);
     void request(const RelayProject& project, const char* path, std::string body,
-                 std::function<void(std::optional<Session>)> completion) RUNS_ON(queue);
+                 std::function<void(const std::optional<Session>&)> completion) RUNS_ON(queue);
     void finish(const Waiting& waiting, const std::optional<Session>& obtained) RUNS_ON(queue);
 
     SerialQueue& queue;

@@ -3,9 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "OrvelKit/Base/FakeDefaults.h"
-#include "OrvelKit/Base/MemorySecretStore.h"
-#include "OrvelKit/Relay/FakeHttpClient.h"
+#include "OrvelKit/Relay/AccountTestKit.h"
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
@@ -20,172 +18,6 @@ void PrintTo(const IceServer& server, std::ostream* out) {
 }
 
 namespace {
-
-using Token = std::optional<std::string>;
-
-// Account and provider on virtual time, with a project whose answers the test gives.
-struct AccountTest : testing::Test {
-    VirtualTime time;
-    FakeDefaults defaults;
-    MemorySecretStore secrets;
-    FakeHttpClient http;
-    OrvelCloud cloud{defaults, RelayProject::from("https://project.example", "key")};
-    SerialQueue queue{"orvel.account", time};
-    std::shared_ptr<AnonymousAuth> auth = AnonymousAuth::make(queue, cloud, http, secrets);
-    std::vector<Token> tokens;
-
-    double now() const {
-        return std::chrono::duration<double>(time.wallTime().time_since_epoch()).count();
-    }
-    void askForToken() {
-        auth->accessToken([this](const Token& token) {
-            EXPECT_TRUE(queue.isCurrent());
-            tokens.push_back(token);
-        });
-        time.runPending();
-    }
-    void answer(std::size_t call, std::optional<HttpResponse> response) {
-        ASSERT_LT(call, http.calls.size());
-        const auto completion = std::exchange(http.calls[call].completion, nullptr);
-        completion(std::move(response));
-        time.runPending();
-    }
-    void answer(std::size_t call, int status, std::string body) {
-        answer(call, HttpResponse{status, std::move(body)});
-    }
-    std::string urlOf(std::size_t call) { return http.calls.at(call).request.url.text(); }
-    std::string stored(const std::string& account = "orvel.auth") {
-        return std::string(textOf(secrets.read("com.halverton.orvel.auth", account).data));
-    }
-    void store(const std::string& json) {
-        secrets.replace("com.halverton.orvel.auth", "orvel.auth", bytesOf(json));
-        auth = AnonymousAuth::make(queue, cloud, http, secrets);
-        time.runPending();
-    }
-    std::string sessionEndingIn(int seconds) {
-        return R"({"accessToken":"old","refreshToken":"r \"1\"","expiresAt":)" +
-               std::to_string(static_cast<long>(now()) + seconds) + "}";
-    }
-};
-
-struct AnonymousAuthTest : AccountTest {};
-
-constexpr const char* reply =
-    R"({"access_token":"new","refresh_token":"r2","token_type":"bearer"})";
-
-TEST_F(AnonymousAuthTest, signsUpOnceAndKeepsTheSession) {
-    askForToken();
-    ASSERT_EQ(http.calls.size(), 1u);
-    EXPECT_EQ(FakeHttpClient::summary(http.calls[0].request),
-              "POST https://project.example/auth/v1/signup 8 s\n"
-              "apikey: key\nContent-Type: application/json\n{}");
-    askForToken();  // shares the answer
-    EXPECT_EQ(http.calls.size(), 1u);
-    answer(0, 200, reply);
-    EXPECT_THAT(tokens, ElementsAre("new", "new"));
-    EXPECT_EQ(stored(), R"({"accessToken":"new","refreshToken":"r2","expiresAt":)" +
-                            std::to_string(static_cast<long>(now()) + 3600) + "}");
-
-    // Another process, later.
-    auth = AnonymousAuth::make(queue, cloud, http, secrets);
-    time.advance(3540s - 1ms);
-    askForToken();
-    EXPECT_EQ(http.calls.size(), 1u);
-    EXPECT_THAT(tokens, ElementsAre("new", "new", "new"));
-    time.advance(1ms);
-    askForToken();
-    EXPECT_EQ(http.calls.size(), 2u);
-}
-
-TEST_F(AnonymousAuthTest, refreshesASessionThatEnds) {
-    store(sessionEndingIn(61));
-    askForToken();
-    EXPECT_THAT(tokens, ElementsAre("old"));
-    store(sessionEndingIn(59));
-    askForToken();
-    ASSERT_EQ(http.calls.size(), 1u);
-    EXPECT_EQ(FakeHttpClient::summary(http.calls[0].request),
-              "POST https://project.example/auth/v1/token?grant_type=refresh_token 8 s\n"
-              "apikey: key\nContent-Type: application/json\n"
-              R"({"refresh_token":"r \"1\""})");
-    answer(0, 200, R"({"access_token":"a","refresh_token":"b","expires_in":1,"expires_at":7.5})");
-    EXPECT_THAT(tokens, ElementsAre("old", "a"));
-    EXPECT_EQ(stored(), R"({"accessToken":"a","refreshToken":"b","expiresAt":7.5})");
-}
-
-TEST_F(AnonymousAuthTest, anythingButARefreshLeadsToASignUpAndAnythingElseToNoToken) {
-    const std::optional<HttpResponse> failures[] = {
-        std::nullopt,
-        HttpResponse{400, R"({"error_code":"refresh_token_not_found"})"},
-        HttpResponse{201, reply},
-        HttpResponse{200, ""},
-        HttpResponse{200, R"({"access_token":"a"})"},
-        HttpResponse{200, R"({"access_token":"a","refresh_token":1})"},
-        HttpResponse{200, R"({"access_token":"a","refresh_token":"b","expires_in":"1"})"},
-    };
-    store(sessionEndingIn(0));
-    const auto before = stored();
-    for (const auto& failure : failures) {
-        tokens.clear();
-        http.calls.clear();
-        askForToken();
-        answer(0, failure);
-        ASSERT_EQ(http.calls.size(), 2u);
-        EXPECT_EQ(urlOf(1), "https://project.example/auth/v1/signup");
-        EXPECT_THAT(tokens, IsEmpty());
-        answer(1, failure);
-        EXPECT_THAT(tokens, ElementsAre(std::nullopt));
-        EXPECT_EQ(stored(), before);
-    }
-    askForToken();
-    answer(2, std::nullopt);
-    answer(3, 200, reply);
-    EXPECT_EQ(tokens.back(), "new");
-}
-
-TEST_F(AnonymousAuthTest, aResetForgetsEverythingAndWhatIsUnderWayChangesNothing) {
-    store(sessionEndingIn(0));
-    askForToken();
-    auth->reset();
-    time.runPending();
-    EXPECT_EQ(secrets.read("com.halverton.orvel.auth", "orvel.auth").status,
-              SecretStore::Item::Status::missing);
-    askForToken();
-    EXPECT_EQ(urlOf(1), "https://project.example/auth/v1/signup");
-    answer(0, 200, R"({"access_token":"late","refresh_token":"b"})");
-    EXPECT_THAT(tokens, ElementsAre("late"));
-    EXPECT_EQ(stored(), "");
-    answer(1, 200, reply);
-    EXPECT_THAT(tokens, ElementsAre("late", "new"));
-    askForToken();
-    EXPECT_EQ(tokens.back(), "new");
-}
-
-TEST_F(AnonymousAuthTest, aStoredItemThatIsNoSessionCountsAsNone) {
-    for (const auto* item : {"", "{}", "\xff", R"({"accessToken":"a","refreshToken":"b"})"}) {
-        http.calls.clear();
-        store(item);
-        askForToken();
-        EXPECT_EQ(urlOf(0), "https://project.example/auth/v1/signup") << item;
-    }
-}
-
-TEST_F(AnonymousAuthTest, withoutAProjectItAsksNobody) {
-    store(sessionEndingIn(3600));
-    defaults.set("relayURL", "ws://localhost:4000");
-    askForToken();
-    EXPECT_THAT(tokens, ElementsAre(std::nullopt));
-    EXPECT_THAT(http.calls, IsEmpty());
-}
-
-TEST_F(AnonymousAuthTest, theAccountIsTheApplications) {
-    const auto named = AnonymousAuth::make(queue, cloud, http, secrets, "com.example.app");
-    named->accessToken([](const auto&) {});
-    time.runPending();
-    answer(0, 200, reply);
-    EXPECT_NE(stored("com.example.app.auth"), "");
-    EXPECT_EQ(stored(), "");
-}
 
 struct IceServerProviderTest : AccountTest {
     std::shared_ptr<IceServerProvider> provider = IceServerProvider::make(queue, cloud, http, auth);
@@ -285,7 +117,7 @@ TEST_F(IceServerProviderTest, aRefusedTokenIsReplacedOnce) {
     answer(0, 401, R"({"message":"Invalid JWT"})");
     ASSERT_EQ(http.calls.size(), 2u);
     EXPECT_EQ(urlOf(1), "https://project.example/auth/v1/signup");
-    answer(1, 200, reply);
+    answer(1, 200, tokenReply);
     ASSERT_EQ(http.calls.size(), 3u);
     EXPECT_EQ(http.calls[2].request.headers[1].second, "Bearer new");
     EXPECT_THAT(lists, IsEmpty());
@@ -295,7 +127,7 @@ TEST_F(IceServerProviderTest, aRefusedTokenIsReplacedOnce) {
 
     ask();  // the next call may try again
     answer(3, 401, "");
-    answer(4, 200, reply);
+    answer(4, 200, tokenReply);
     answer(5, 200, response(""));
     EXPECT_EQ(lists.back().size(), 3u);
 }

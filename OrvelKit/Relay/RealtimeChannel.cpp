@@ -15,12 +15,13 @@ std::shared_ptr<RealtimeChannel> RealtimeChannel::make(SerialQueue& queue,
                                                        WebSocketMaker makeSocket,
                                                        RelayConfig config,
                                                        const std::string& topicName) {
-    // Released from any thread, it goes on its queue: there its socket and its timers live.
-    return {new RealtimeChannel(queue, std::move(makeSocket), std::move(config), topicName),
-            [&queue](RealtimeChannel* released) {
-                std::unique_ptr<RealtimeChannel> channel(released);
-                if (!queue.isCurrent()) queue.post([channel = std::move(channel)] {});
-            }};
+    return std::shared_ptr<RealtimeChannel>(
+        new RealtimeChannel(queue, std::move(makeSocket), std::move(config), topicName));
+}
+
+// The last reference may go on any thread; the socket belongs to the queue.
+RealtimeChannel::~RealtimeChannel() {
+    if (socket && !queue.isCurrent()) queue.post([left = std::move(socket)] {});
 }
 
 RealtimeChannel::RealtimeChannel(SerialQueue& channelQueue, WebSocketMaker socketMaker,

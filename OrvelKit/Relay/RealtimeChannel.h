@@ -41,6 +41,9 @@ public:
 
     static std::shared_ptr<RealtimeChannel> make(SerialQueue& queue, WebSocketMaker makeSocket,
                                                  RelayConfig config, const std::string& topicName);
+    ~RealtimeChannel();
+    RealtimeChannel(const RealtimeChannel&) = delete;
+    RealtimeChannel& operator=(const RealtimeChannel&) = delete;
 
     // Installed before start(); called on the queue.
     std::function<void(Bytes payload)> onBroadcast;  // a JSON object
