@@ -12,6 +12,9 @@ namespace orvel {
 
 namespace {
 
+// How much has to be missing from the limit before there are reads again.
+constexpr std::int64_t refillLength = 4 * std::int64_t{FileServer::chunkLength};
+
 constexpr const char* missingText = "Dosya bulunamadı.";
 constexpr const char* folderText = "Klasörler henüz indirilemiyor.";
 constexpr const char* readErrorText = "Dosya okunamadı.";
@@ -204,9 +207,11 @@ void FileServer::pumpOnce(const PhoneHandle& phone) {
         phone->open.push_back(transfer);
         open(phone, transfer);
     }
-    const auto hasRoom = [&] { return link->fileBacklog() + phone->reading < aheadLimit; };
+    const auto room = [&] { return aheadLimit - link->fileBacklog() - phone->reading; };
     const auto canRead = [](const auto& transfer) { return transfer->canRead(); };
-    while (hasRoom()) {
+    // Several at a time: to wake the reading thread costs a good part of a read.
+    const bool refills = room() >= refillLength;
+    while (refills && room() > 0) {
         const auto next = std::find_if(phone->open.begin(), phone->open.end(), canRead);
         if (next == phone->open.end()) break;
         const TransferHandle transfer = *next;
