@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include "OrvelAgent/Platform/Linux/PulseLoop.h"
@@ -30,6 +31,10 @@ constexpr Duration pieceLength = 20ms;
 // What waits in the server at most when this queue cannot keep up; older sound is of no use.
 constexpr Duration longestBacklog = 500ms;
 
+// Computers play nothing most of the time, and every piece of it would wake the whole way to the
+// phone.
+constexpr Duration silenceTold = 1s;
+
 constexpr std::uint32_t channels = 2;
 
 std::uint32_t bytesOf(Duration duration, const pa_sample_spec& format) {
@@ -44,6 +49,15 @@ struct Freeing {
         Free(thing);
     }
 };
+
+bool isSilent(ByteView sound) {
+    for (; sound.size() >= sizeof(float); sound = sound.subspan(sizeof(float))) {
+        float sample = 0;
+        std::memcpy(&sample, sound.data(), sizeof sample);
+        if (sample != 0) return false;
+    }
+    return true;
+}
 
 // Nobody waits for it: its callback comes, or the connection ends.
 void letRun(pa_operation* operation) {
@@ -113,7 +127,8 @@ struct PulseMonitor::Connection {
     Source wanted;  // the default output
 
     std::unique_ptr<pa_stream, Freeing<pa_stream_unref>> stream;
-    Source heard;  // where it comes from, and its rate
+    Source heard;        // where it comes from, and its rate
+    Duration silence{};  // since the last sound
 };
 
 PulseMonitor& PulseMonitor::of(void* monitor) {
@@ -263,6 +278,14 @@ bool PulseMonitor::deliver(const void* data, std::size_t size) {
 
     failures = 0;
     saidThereIsNone = false;
+    const auto frames = static_cast<std::int64_t>(size / (channels * sizeof(float)));
+    if (data && !isSilent({static_cast<const std::uint8_t*>(data), size})) {
+        connection->silence = {};
+    } else if (connection->silence >= silenceTold) {
+        return true;
+    } else {
+        connection->silence += frames * Duration(1s) / connection->heard.rate;
+    }
     const auto current = receiver;
     const PcmFormat format{static_cast<double>(connection->heard.rate), channels,
                            PcmFormat::Sample::float32, true};

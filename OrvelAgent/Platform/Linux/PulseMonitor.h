@@ -16,8 +16,8 @@ namespace orvel {
 // once on stderr. It never starts a sound server.
 //
 // The sound is stereo (a server mixes more channels down, so that the voice in the middle of a film
-// is heard), interleaved floats at the rate of the output, in pieces of about 20 ms; silence comes
-// as silence or not at all.
+// is heard), interleaved floats at the rate of the output, in pieces of about 20 ms. Of a silence
+// the first second comes, then nothing until something is played again.
 //
 // Belongs to the queue given to it, which runs in real time. Nothing is open and nothing waits
 // before start() and after stop(). Held by a shared_ptr; may end anywhere once it is stopped.
