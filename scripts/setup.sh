@@ -51,18 +51,21 @@ setUp() {
     fi
 }
 
-# setUpClients: other people's clients of the relay, against which it is tested. Without them those tests
-# are skipped.
+# setUpClients: what the phone in a browser needs, what drives it, and other people's clients of the relay,
+# against which it is tested. Without them those tests are skipped.
 setUpClients() {
-    local folder=$root/Tests/Relay
-    if [[ $folder/node_modules/.package-lock.json -nt $folder/package-lock.json ]]; then return 0; fi
-    say "installing the relay's clients for the tests"
-    # Some distributions of node bring npm with them and are in the way of Debian's.
-    command -v npm >/dev/null ||
-        asRoot env DEBIAN_FRONTEND=noninteractive apt-get -q install -y --no-install-recommends npm >&2 </dev/null ||
-        true
-    (cd "$folder" && npm ci --ignore-scripts --no-fund --no-audit >&2 </dev/null) ||
-        say "they could not be installed: their tests will be skipped"
+    local name folder
+    for name in Phone/web Tests/Web Tests/Relay; do
+        folder=$root/$name
+        if [[ $folder/node_modules/.package-lock.json -nt $folder/package-lock.json ]]; then continue; fi
+        say "installing the packages of $name"
+        # Some distributions of node bring npm with them and are in the way of Debian's.
+        command -v npm >/dev/null ||
+            asRoot env DEBIAN_FRONTEND=noninteractive apt-get -q install -y --no-install-recommends npm >&2 </dev/null ||
+            true
+        (cd "$folder" && npm ci --ignore-scripts --no-fund --no-audit >&2 </dev/null) ||
+            say "they could not be installed: their tests will be skipped"
+    done
 }
 
 # What apt says, on stderr: all of it for a person, else every fiftieth package; all of it in a log, too.

@@ -36,12 +36,16 @@ testAll() {
     if (($#)); then
         local filter=$1
         shift
-        build dev
-        runSuites dev "*$filter*" "$@"
+        if [[ web == *"$filter"* ]]; then runWebTests; fi
+        if [[ $filter != web ]]; then
+            build dev
+            runSuites dev "*$filter*" "$@"
+        fi
         ((${#running[@]})) || fail "no test program of build/dev is called *$filter*-tests"
     else
         runChecks
         buildAll
+        runWebTests
         runSuites dev '*'
         for name in "${threadedSuites[@]}"; do runSuites tsan "${name%-tests}"; done
         runFuzzers "$fuzzSeconds"
@@ -100,6 +104,16 @@ runSuites() {
     done
 }
 
+# The phone in a browser: its modules in node, the page in Chromium.
+runWebTests() {
+    if [[ ! -d $root/Phone/web/node_modules || ! -d $root/Tests/Web/node_modules ]]; then
+        say "the packages of the phone in a browser are missing: its tests are skipped"
+        ((skipped += 1))
+        return
+    fi
+    launch node web "$suiteSeconds" node --test --test-reporter=tap "$root"/Tests/Web/*.test.mjs
+}
+
 fuzzers() {
     local program
     for program in "$root"/build/fuzz/fuzz-*; do
@@ -145,8 +159,8 @@ logOf() { printf '%s/logs/%s' "$scratch" "${1//\//-}"; }
 
 report() { printf '%-7s %-34s %s\n' "$1" "$2" "$3"; }
 
-# launch suite|check NAME SECONDS COMMAND ...: runs it when a slot is free. A suite counts its test
-# cases, a check counts as one.
+# launch suite|node|check NAME SECONDS COMMAND ...: runs it when a slot is free. A suite and node's tests
+# count their test cases, a check counts as one.
 launch() {
     local kind=$1 name=$2 limit=$3
     shift 3
@@ -179,6 +193,8 @@ reap() {
     log=$(logOf "$name")
     if [[ $kind == suite ]]; then
         countCases "$log"
+    elif [[ $kind == node ]]; then
+        countNodeTests "$log"
     elif ((status == 0)); then
         good=1
     fi
@@ -190,7 +206,7 @@ reap() {
     fi
     ((passed += good, failed += bad, skipped += left)) || true
     local what="$((SECONDS - began)) s"
-    if [[ $kind == suite ]]; then what="$good passed, $bad failed, $what"; fi
+    if [[ $kind != check ]]; then what="$good passed, $bad failed, $what"; fi
     if ((bad == 0)); then
         report ok "$name" "$what"
         return
@@ -211,6 +227,14 @@ countCases() {
         good=$(grep -c '^\[       OK \]' "$1.log") || true
         bad=$(grep -c '^\[  FAILED  \] .* ms)$' "$1.log") || true
     fi
+}
+
+# The same from the last lines of node's own report (TAP).
+countNodeTests() {
+    read -r good bad left < <(awk '
+        $1 == "#" && NF == 3 { count[$2] = $3 }
+        END { print count["pass"] + 0, count["fail"] + count["cancelled"], count["skipped"] + count["todo"] }
+    ' "$1.log")
 }
 
 # The output of the test cases that failed or were under way at the end; all of it when it is of another kind.
