@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "OrvelAgent/Rtc/OfferedVideo.h"
+#include "OrvelAgent/Rtc/PhoneOffer.h"
 #include "OrvelAgent/Rtc/RtcThreads.h"
 #include "pc/ice_server_parsing.h"
 
@@ -156,9 +156,10 @@ void RtcConnection::refuse() {
 
 void RtcConnection::accept(const std::string& offer) {
     if (!peer || peer->signaling_state() != Peer::kStable || hasRemote) return;
-    if (!OfferedVideo::isPlausible(offer)) return refuse();
+    if (!PhoneOffer::isPlausible(offer)) return refuse();
+    maxMessageBytes = PhoneOffer::maxMessageBytes(offer, PeerConnection::maxMessageBytes);
     auto description =
-        webrtc::CreateSessionDescription(webrtc::SdpType::kOffer, OfferedVideo::preferH264(offer));
+        webrtc::CreateSessionDescription(webrtc::SdpType::kOffer, PhoneOffer::preferH264(offer));
     if (!description) return refuse();
     peer->SetRemoteDescription(std::move(description),
                                whenRemoteSet(whenOpen([](auto& self, webrtc::RTCError error) {
@@ -322,7 +323,13 @@ void RtcConnection::send(Channel channel, const rtc::CopyOnWriteBuffer& message,
     untaken[indexOf(channel)] += bytes;
     auto* const line = current[indexOf(channel)];
     const bool isBinary = form == PeerConnection::Form::binary;
-    if (!line || !line->isOpen() || !line->channel->Send(webrtc::DataBuffer(message, isBinary))) {
+    const bool isTooLong = message.size() > maxMessageBytes;  // the library would close the channel
+    if (isTooLong) {
+        std::fprintf(stderr, "orvel: a message of %zu bytes is too long for the phone, left out\n",
+                     message.size());
+    }
+    if (isTooLong || !line || !line->isOpen() ||
+        !line->channel->Send(webrtc::DataBuffer(message, isBinary))) {
         linesTook(channel, bytes);
     }
 }

@@ -91,6 +91,7 @@ private:
     std::array<std::int64_t, PeerConnection::channelCount> untaken{};  // bytes given to `current`
     std::vector<IceCandidate> early;  // until the remote description is set
     int candidates = 0;
+    std::size_t maxMessageBytes = 0;  // that the phone takes
     bool hasRemote = false;
 };
 

@@ -27,10 +27,11 @@ protected:
     bool ends() {
         return pair.waitFor([](const auto& all) { return all.ends == 1; });
     }
-    // Answers a ping, which takes a working session.
     bool talks() {
         onSession([&](auto& session) { session.sendControl({Control::Pong{42}}); });
-        return pair.waitFor([](const auto& all) { return !all.controls.empty(); });
+        return pair.waitFor([](const auto& all) {
+            return !all.controls.empty() && all.controls.back() == Control{Control::Pong{42}};
+        });
     }
 
     RtcPair pair;
@@ -192,13 +193,45 @@ TEST_F(RtcSessionTest, offersThatMakeNoSenseEndTheSession) {
     const std::string huge(300'000, 'a');
     for (const auto& offer :
          {std::string(), std::string("v=0"), std::string("offer\0", 6), huge,
-          std::string("v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=-\r\nt=0 0\r\nm=video 9\r\n")}) {
+          std::string("v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=-\r\nt=0 0\r\nm=video 9\r\n"),
+          std::string("a=max-message-size:-1\r\n")}) {
         SCOPED_TRACE(offer.substr(0, 20));
         pair.alterOffer = [&](const std::string&) { return offer; };
         pair.start();
         EXPECT_TRUE(ends());
         pair.end();
     }
+}
+
+// A phone that offers to send, too: the library prepares to receive before that is declined.
+TEST_F(RtcSessionTest, whatThePhoneWouldSendIsDeclined) {
+    pair.alterOffer = [](std::string offer) {
+        const std::string asks = "a=recvonly\r\n";
+        return offer.replace(offer.find(asks), asks.size(),
+                             "a=sendrecv\r\na=ssrc:77 cname:x\r\na=ssrc:77 msid:a b\r\n");
+    };
+    pair.start();
+    ASSERT_TRUE(pair.waitFor([](const auto& all) { return !all.answer.empty(); }));
+    pair.read([](const auto& all) {
+        EXPECT_NE(all.answer.find("a=sendonly"), std::string::npos);
+        EXPECT_EQ(all.answer.find("a=sendrecv"), std::string::npos);
+    });
+}
+
+// It would close the channel.
+TEST_F(RtcSessionTest, aMessageThatIsTooLongForThePhoneIsLeftOut) {
+    pair.alterOffer = [](std::string offer) {
+        const std::string size = "a=max-message-size:262144";
+        return offer.replace(offer.find(size), size.size(), "a=max-message-size:70000");
+    };
+    ASSERT_TRUE(pair.connect());
+    onSession([](auto& session) {
+        session.sendControl({Control::Clipboard{std::string(80'000, 'x')}});
+        session.sendControl({Control::Clipboard{std::string(60'000, 'x')}});
+    });
+    EXPECT_TRUE(pair.waitFor([](const auto& all) { return !all.controls.empty(); }));
+    EXPECT_TRUE(talks());
+    pair.read([](const auto& all) { EXPECT_EQ(all.controls.size(), 2u); });
 }
 
 TEST_F(RtcSessionTest, candidatesMayComeFirstAndMayBeMany) {

@@ -6,7 +6,7 @@
 namespace orvel {
 
 // What the agent can send: H.264 by the system's compression, and the library's VP8 for phones that
-// offer nothing else (OfferedVideo says which it will be).
+// offer nothing else (PhoneOffer says which it will be).
 class VideoEncoders final : public webrtc::VideoEncoderFactory {
 public:
     explicit VideoEncoders(CompressionSession::Factory factory);

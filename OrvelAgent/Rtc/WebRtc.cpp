@@ -14,8 +14,10 @@ RtcThreads* RtcLibrary::threads() {
     const std::lock_guard lock(mutex);
     if (!started && !isStopped) {
         using Networks = RtcThreads::Networks;
-        // No decoders: this end only sends.
-        started = std::make_unique<RtcThreads>(std::make_unique<VideoEncoders>(encoder), nullptr,
+        // This end only sends. But a phone that offers to send, and is declined, still makes the
+        // library prepare for it, and without decoders it stops the process.
+        started = std::make_unique<RtcThreads>(std::make_unique<VideoEncoders>(encoder),
+                                               webrtc::CreateBuiltinVideoDecoderFactory(),
                                                options.loopbackOnly  ? Networks::onlyLoopback
                                                : options.loopbackToo ? Networks::allAndLoopback
                                                                      : Networks::all);

@@ -1,8 +1,12 @@
-#include "OrvelAgent/Rtc/OfferedVideo.h"
+#include "OrvelAgent/Rtc/PhoneOffer.h"
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <cstdint>
 #include <map>
+#include <optional>
+#include <system_error>
 #include <vector>
 
 namespace orvel {
@@ -40,6 +44,20 @@ bool readAttribute(std::string_view line, std::string_view name, std::string& pa
     payloadType = line.substr(0, space);
     value = line.substr(space + 1);
     return true;
+}
+
+constexpr std::string_view messageSize = "a=max-message-size:";
+constexpr std::size_t usualMessageSize = 65'536;  // where the offer does not say
+
+// Digits, which 32 bits hold.
+std::optional<std::size_t> readSize(std::string_view text) {
+    while (!text.empty() && text.back() == '\r')
+        text.remove_suffix(1);
+    std::int32_t size = 0;
+    const auto* end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, size);
+    if (text.empty() || read.ec != std::errc() || read.ptr != end || size < 0) return std::nullopt;
+    return static_cast<std::size_t>(size);
 }
 
 struct Codec {
@@ -96,15 +114,28 @@ private:
 
 }  // namespace
 
-bool OfferedVideo::isPlausible(std::string_view offer) {
+bool PhoneOffer::isPlausible(std::string_view offer) {
     if (offer.size() > maxBytes || offer.find('\0') != std::string_view::npos) return false;
     const auto lines = split(offer, '\n');
-    return lines.size() <= maxLines && std::count_if(lines.begin(), lines.end(), [](auto line) {
-                                           return startsWith(line, "m=");
-                                       }) <= maxSections;
+    const auto sections =
+        std::count_if(lines.begin(), lines.end(), [](auto line) { return startsWith(line, "m="); });
+    return lines.size() <= maxLines && sections <= maxSections &&
+           std::all_of(lines.begin(), lines.end(), [](auto line) {
+               return !startsWith(line, messageSize) || readSize(line.substr(messageSize.size()));
+           });
 }
 
-std::string OfferedVideo::preferH264(const std::string& offer) {
+std::size_t PhoneOffer::maxMessageBytes(std::string_view offer, std::size_t most) {
+    auto size = usualMessageSize;
+    for (const auto line : split(offer, '\n')) {
+        if (!startsWith(line, messageSize)) continue;
+        size = readSize(line.substr(messageSize.size())).value_or(usualMessageSize);
+        if (size == 0) size = most;  // any
+    }
+    return std::min(size, most);
+}
+
+std::string PhoneOffer::preferH264(const std::string& offer) {
     auto lines = split(offer, '\n');
     const auto lineEnd = [](std::string_view line) {
         return !line.empty() && line.back() == '\r' ? std::string_view("\r") : std::string_view();

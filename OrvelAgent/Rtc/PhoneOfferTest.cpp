@@ -1,4 +1,4 @@
-#include "OrvelAgent/Rtc/OfferedVideo.h"
+#include "OrvelAgent/Rtc/PhoneOffer.h"
 
 #include <gtest/gtest.h>
 
@@ -29,39 +29,63 @@ const Row rows[] = {
     {"no video", "m=audio 9 UDP/TLS/RTP/SAVPF 96 98", "m=audio 9 UDP/TLS/RTP/SAVPF 96 98"},
 };
 
-TEST(OfferedVideo, putsTheUsableH264First) {
+TEST(PhoneOffer, putsTheUsableH264First) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         for (const std::string before : {"", "v=0\r\nm=application 9 x 98 96\r\na=mid:0\r\n"}) {
-            EXPECT_EQ(OfferedVideo::preferH264(before + row.before + "\r\n" + codecs),
+            EXPECT_EQ(PhoneOffer::preferH264(before + row.before + "\r\n" + codecs),
                       before + row.after + "\r\n" + codecs);
         }
     }
-    EXPECT_EQ(OfferedVideo::preferH264("m=video 9 x 96 98\n" + codecs),
+    EXPECT_EQ(PhoneOffer::preferH264("m=video 9 x 96 98\n" + codecs),
               "m=video 9 x 98 96\n" + codecs)
         << "lines that end without a carriage return";
     // The types of one section mean nothing in another.
     const std::string two = "m=video 9 x 96 98\r\nm=video 9 x 96 98\r\n" + codecs;
-    EXPECT_EQ(OfferedVideo::preferH264(two), "m=video 9 x 96 98\r\nm=video 9 x 98 96\r\n" + codecs);
+    EXPECT_EQ(PhoneOffer::preferH264(two), "m=video 9 x 96 98\r\nm=video 9 x 98 96\r\n" + codecs);
     for (const std::string nothing : {"", "\r\n", "m=video ", "a=fmtp:", "m=video 9 x 96\n\n"})
-        EXPECT_EQ(OfferedVideo::preferH264(nothing), nothing);
+        EXPECT_EQ(PhoneOffer::preferH264(nothing), nothing);
 }
 
-TEST(OfferedVideo, knowsWhatNoPhoneOffers) {
+TEST(PhoneOffer, knowsWhatNoPhoneOffers) {
     const auto lines = [](std::size_t count, const std::string& line) {
         std::string all;
         while (count-- > 0)
             all += line;
         return all;
     };
-    EXPECT_TRUE(OfferedVideo::isPlausible("v=0\r\n" + codecs));
-    EXPECT_TRUE(OfferedVideo::isPlausible(lines(OfferedVideo::maxSections, "m=\n")));
-    EXPECT_FALSE(OfferedVideo::isPlausible(lines(OfferedVideo::maxSections + 1, "m=\n")));
-    EXPECT_TRUE(OfferedVideo::isPlausible(lines(OfferedVideo::maxLines - 1, "a\n")));
-    EXPECT_FALSE(OfferedVideo::isPlausible(lines(OfferedVideo::maxLines, "a\n")));
-    EXPECT_TRUE(OfferedVideo::isPlausible(std::string(OfferedVideo::maxBytes, 'a')));
-    EXPECT_FALSE(OfferedVideo::isPlausible(std::string(OfferedVideo::maxBytes + 1, 'a')));
-    EXPECT_FALSE(OfferedVideo::isPlausible(std::string_view("v=0\0", 4)));
+    EXPECT_TRUE(PhoneOffer::isPlausible("v=0\r\n" + codecs));
+    EXPECT_TRUE(PhoneOffer::isPlausible(lines(PhoneOffer::maxSections, "m=\n")));
+    EXPECT_FALSE(PhoneOffer::isPlausible(lines(PhoneOffer::maxSections + 1, "m=\n")));
+    EXPECT_TRUE(PhoneOffer::isPlausible(lines(PhoneOffer::maxLines - 1, "a\n")));
+    EXPECT_FALSE(PhoneOffer::isPlausible(lines(PhoneOffer::maxLines, "a\n")));
+    EXPECT_TRUE(PhoneOffer::isPlausible(std::string(PhoneOffer::maxBytes, 'a')));
+    EXPECT_FALSE(PhoneOffer::isPlausible(std::string(PhoneOffer::maxBytes + 1, 'a')));
+    EXPECT_FALSE(PhoneOffer::isPlausible(std::string_view("v=0\0", 4)));
+}
+
+TEST(PhoneOffer, saysHowLongAMessageMayBe) {
+    const struct {
+        std::string value;
+        std::size_t want;  // 0: not plausible
+    } sizes[] = {{"1", 1},
+                 {"262144\r", 262'144},
+                 {"262145", 262'144},
+                 {"0", 262'144},
+                 {"2147483647", 262'144},
+                 {"2147483648", 0},
+                 {"-1", 0},
+                 {" 7", 0},
+                 {"+7", 0},
+                 {"", 0}};
+    for (const auto& size : sizes) {
+        SCOPED_TRACE(size.value);
+        const auto offer = "v=0\r\na=max-message-size:" + size.value + "\n";
+        EXPECT_EQ(PhoneOffer::isPlausible(offer), size.want != 0);
+        if (size.want == 0) continue;
+        EXPECT_EQ(PhoneOffer::maxMessageBytes(offer, 262'144), size.want);
+    }
+    EXPECT_EQ(PhoneOffer::maxMessageBytes("v=0\r\n", 262'144), 65'536u);
 }
 
 TEST(AnnexB, replacesLengthsByStartCodes) {
