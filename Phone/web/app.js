@@ -11,6 +11,9 @@ import { language, text } from "./texts.js";
 
 const lookAgain = 60_000;
 
+// In somebody else's page, clicks might be lured onto this one.
+if (top !== self) throw new Error("not to be embedded");
+
 document.documentElement.lang = language;
 translate(document);
 

@@ -118,9 +118,12 @@ export class Desk {
     }
     byID("tool-full").hidden = !document.fullscreenEnabled;
     // What the on-screen keyboard leaves.
-    globalThis.visualViewport?.addEventListener("resize", () => {
-      byID("desk").style.setProperty("--height", `${Math.round(visualViewport.height)}px`);
-    });
+    for (const type of ["resize", "scroll"]) {
+      globalThis.visualViewport?.addEventListener(type, () => {
+        byID("desk").style.setProperty("--height", `${Math.round(visualViewport.height)}px`);
+        byID("desk").style.setProperty("--top", `${Math.round(visualViewport.offsetTop)}px`);
+      });
+    }
   }
 
   #makeSoftKeys() {
@@ -178,6 +181,9 @@ export class Desk {
     const who = this.#name;
     const isLive = phase === Phase.live;
     byID("desk").dataset.phase = phase;
+    const isSession = isLive || phase === Phase.interrupted;
+    for (const tool of ["keyboard", "files", "clipboard"]) byID(`tool-${tool}`).disabled = !isSession;
+    if (!isSession && phase !== Phase.waiting) this.#openPanel(null);
     byID("veil").hidden = isLive;
     byID("veil").classList.toggle("still", [Phase.locked, Phase.over].includes(phase));
     byID("veil-title").textContent = text(phase, who);

@@ -14,6 +14,7 @@ const agent = (window.agent = {
   controls: [],
   signals: [],
   locked: false,
+  taken: false, // another phone is connected
   rejects: null, // a Rejection for the next hello
   session: null,
 
@@ -38,7 +39,7 @@ const agent = (window.agent = {
     }
     this.signals.push(name);
     const reply = (...signal) => this.channel.send(talk.seal(...signal));
-    if (name === "probe") reply(...(this.locked ? ["standby", { macName }] : ["here", { macName, busy: Boolean(this.session && !this.session.ended) }]));
+    if (name === "probe") reply(...(this.locked ? ["standby", { macName }] : ["here", { macName, busy: this.taken }]));
     if (name === "unlock") {
       this.locked = false;
       reply("unlocked", { until: Math.floor(Date.now() / 1000) + 3600 });

@@ -262,21 +262,70 @@ test("what is held is let go, and a broken connection comes back", options, asyn
 });
 
 test("a computer in standby is unlocked by its owner only; one that refuses says why", options, async () => {
-  const { page, complaints } = await openPhone(context, site.url, identity);
-  await computer.evaluate(() => (window.agent.locked = true));
+  // Authenticators know pages by name only.
+  const { page, complaints } = await openPhone(context, site.url.replace("127.0.0.1", "localhost"), identity);
+  const devTools = await context.newCDPSession(page);
+  await devTools.send("WebAuthn.enable");
+  const { authenticatorId } = await devTools.send("WebAuthn.addVirtualAuthenticator", {
+    options: { protocol: "ctap2", transport: "internal", hasUserVerification: true, isUserVerified: true, automaticPresenceSimulation: true },
+  });
+  const verifies = (isUserVerified) => devTools.send("WebAuthn.setUserVerified", { authenticatorId, isUserVerified });
+  const unlocks = () => computer.evaluate(() => window.agent.signals.filter((name) => name === "unlock").length);
+  await computer.evaluate(() => Object.assign(window.agent, { locked: true, rejects: "pinRequired", signals: [] }));
+
   await page.getByRole("button", { name: "Connect to Desk" }).click();
   await page.getByText("Desk is in standby").waitFor();
   const unlock = page.getByRole("button", { name: "Unlock" });
   await unlock.click();
   await page.getByRole("dialog").getByRole("button", { name: "Cancel" }).click();
-  assert.ok(!(await computer.evaluate(() => window.agent.signals.includes("unlock"))));
+  await page.getByRole("button", { name: "Back" }).click();
 
-  await computer.evaluate(() => (window.agent.rejects = "pinRequired"));
+  await page.getByRole("button", { name: "Settings" }).click();
+  await page.getByLabel("Ask for fingerprint, face or PIN").check();
+  await page.getByRole("button", { name: "Save" }).click();
+  await page.locator("#settings").waitFor({ state: "hidden" });
+  await page.getByRole("button", { name: "Connect to Desk" }).click();
+  await verifies(false);
   await unlock.click();
-  await page.getByRole("dialog").getByRole("button", { name: "Unlock" }).click();
+  await page.getByText("The computer stays locked.").waitFor();
+  assert.equal(await unlocks(), 0);
+  await verifies(true);
+  await unlock.click();
   await page.getByText(/does not know this phone any more/).waitFor();
-  assert.ok(await computer.evaluate(() => window.agent.signals.includes("unlock")));
+  assert.equal(await unlocks(), 1);
   await computer.evaluate(() => (window.agent.rejects = null));
   assert.deepEqual(complaints, []);
   await page.close();
+});
+
+test("on a phone's screen, in Turkish: taps, and another phone that takes the computer", options, async () => {
+  const phone = await browser.newContext({ locale: "tr-TR", viewport: { width: 390, height: 780 }, hasTouch: true, isMobile: true });
+  const { page, complaints } = await openPhone(phone, site.url, identity);
+  await page.getByRole("button", { name: "Desk ile bağlan" }).tap();
+  await phase(page, "live");
+  await computer.evaluate(() => window.agent.controls.splice(0));
+  await page.locator("#stage").tap();
+  assert.deepEqual(await controls(2), [true, false].map((down) => ["button", { _0: "left", down, clicks: 1 }]));
+  const bar = await page.locator("#bar").boundingBox();
+  assert.deepEqual([bar.x, bar.width, bar.y + bar.height], [0, 390, 780]);
+
+  // Everything within reach of a thumb, with the keyboard's row as well.
+  await page.getByRole("button", { name: "Klavye" }).tap();
+  await page.getByRole("button", { name: "Sekme" }).tap();
+  await page.getByRole("button", { name: "Dosyalar" }).tap();
+  await page.getByRole("button", { name: "Belgeler" }).tap();
+  await page.getByText("Bu klasör boş.").waitFor();
+  await page.locator("#files").getByRole("button", { name: "Kapat" }).tap();
+  assert.deepEqual((await controls(4)).map(([name]) => name), ["key", "key", "listDirectory", "listDirectory"]);
+
+  // The computer ends this session because it has another one.
+  await computer.evaluate(() => {
+    window.agent.taken = true;
+    window.agent.session.control.close();
+  });
+  await page.getByText("Ada's computer başka bir telefonla kullanılıyor.").first().waitFor();
+  assert.equal(await page.locator("#desk").getAttribute("data-phase"), "waiting");
+  await computer.evaluate(() => (window.agent.taken = false));
+  assert.deepEqual(complaints, []);
+  await phone.close();
 });
