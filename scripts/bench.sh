@@ -13,8 +13,10 @@ bench() {
     # In memory: a disk is nothing that we want to measure.
     if [[ -z $scratch && -w /dev/shm ]]; then scratch=$(mktemp -d /dev/shm/orvel.XXXXXX); fi
     setUp
-    build release
-    if [[ " ${wholeSubjects[*]} " != *" ${filter:-none} "* ]]; then
+    if [[ " ${wholeSubjects[*]} " == *" ${filter:-none} "* ]]; then
+        build release orvel-agent orvel-phone orvel-moving-screen orvel-session-probe
+    else
+        build release
         for program in "$root"/build/release/orvel-*-benchmark*; do
             [[ -f $program && -x $program ]] || continue
             if [[ -n $filter ]] && ! grep -q benchmark_filter <<<"$("$program" --help 2>&1)"; then continue; fi
