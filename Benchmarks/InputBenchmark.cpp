@@ -76,7 +76,8 @@ std::vector<std::pair<const char*, std::u32string>> texts(std::size_t count) {
     const std::pair<const char*, std::u32string_view> sources[] = {
         {"Turkish", U"Pijamalı hasta yağız şoföre çabucak güvendi. "},
         {"mixed",
-         U"Şu ılık çöğüş 👍🏽 naïve Ωμέγα жизнь 漢字かな €½ e\u0301 ❤\uFE0F "
+         U"Şu ılık çöğüş 👍🏽 naïve Ωμέγα жизнь 漢字かな €½ e\u0301 "
+         U"❤\uFE0F "
          U"— "
          U"“x” "},
         {"all different", {}},

@@ -9,8 +9,8 @@ namespace orvel {
 
 class X11Capture;
 
-// The monitors of an X server, without sound, which X has none of. It keeps no connection but that of a running capture, so a server
-// that went away and came back needs nothing special.
+// The monitors of an X server, without sound, which X has none of. It keeps no connection but that
+// of a running capture, so a server that went away and came back needs nothing special.
 class X11ScreenSource : public ScreenSource {
 public:
     // `display` as in $DISPLAY; empty stands for what that says.
