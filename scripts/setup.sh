@@ -51,21 +51,28 @@ setUp() {
     fi
 }
 
-# setUpClients: what the phone in a browser needs, what drives it, and other people's clients of the relay,
-# against which it is tested. Without them those tests are skipped.
+# setUpClients: the phone in a browser and what drives it, and other people's clients of the relay, against
+# which it is tested. Without them those tests are skipped.
 setUpClients() {
-    local name folder
-    for name in Phone/web Tests/Web Tests/Relay; do
-        folder=$root/$name
-        if [[ $folder/node_modules/.package-lock.json -nt $folder/package-lock.json ]]; then continue; fi
-        say "installing the packages of $name"
-        # Some distributions of node bring npm with them and are in the way of Debian's.
-        command -v npm >/dev/null ||
-            asRoot env DEBIAN_FRONTEND=noninteractive apt-get -q install -y --no-install-recommends npm >&2 </dev/null ||
-            true
-        (cd "$folder" && npm ci --ignore-scripts --no-fund --no-audit >&2 </dev/null) ||
-            say "they could not be installed: their tests will be skipped"
+    local folder
+    for folder in Phone/web Tests/Web Tests/Relay; do
+        (setUpPackages "$folder") || say "their tests will be skipped"
     done
+}
+
+# setUpPackages FOLDER: the packages of node that it lists; instant when they are there.
+setUpPackages() {
+    local folder=$root/$1
+    if [[ $folder/node_modules/.package-lock.json -nt $folder/package-lock.json ]]; then return 0; fi
+    say "installing the packages of $1"
+    # By program: some distributions of node bring npm with them and are in the way of Debian's.
+    local program
+    for program in node npm; do
+        if command -v "$program" >/dev/null; then continue; fi
+        asRoot env DEBIAN_FRONTEND=noninteractive apt-get -q install -y --no-install-recommends \
+            "${program/%node/nodejs}" >&2 </dev/null || true
+    done
+    (cd "$folder" && npm ci --ignore-scripts --no-fund --no-audit >&2 </dev/null) || fail "they could not be installed"
 }
 
 # What apt says, on stderr: all of it for a person, else every fiftieth package; all of it in a log, too.

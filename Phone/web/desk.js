@@ -107,6 +107,7 @@ export class Desk {
       byID("tool-keyboard").setAttribute("aria-pressed", raised);
       byID("keys").hidden = !raised;
     };
+    this.keyboard.onTools = () => byID("tool-keyboard").focus();
     this.keyboard.onSticky = (modifiers) => {
       for (const [modifier, key] of this.#sticky) key.setAttribute("aria-pressed", (modifiers & modifier) !== 0);
     };

@@ -43,6 +43,7 @@ export function makesText(event, isMac = /^Mac|^iP/.test(globalThis.navigator?.p
 
 export class Keyboard {
   onRaised = () => {}; // (raised): the on-screen keyboard is wanted or not
+  onTools = () => {}; // Control+Alt+Home: somebody without a mouse wants this page's own buttons
   onSticky = () => {}; // (modifiers): that the next key or character is sent with
   swapped = false; // this keyboard's Control is the computer's Command, and the other way round
   places = false; // all keys by their place, as games want it
@@ -140,6 +141,10 @@ export class Keyboard {
     const modifiers = modifiersOf(event, this);
     // Input methods and on-screen keyboards: their text comes as an edit.
     if (event.isComposing || event.keyCode === 229 || code === undefined) return;
+    if (event.code === "Home" && event.ctrlKey && event.altKey) {
+      event.preventDefault();
+      return this.onTools();
+    }
     if (!this.places && makesText(event)) {
       if (!this.#sticky) return;
       event.preventDefault();

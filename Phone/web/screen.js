@@ -112,7 +112,12 @@ export class Screen {
   #pointerMoved(event) {
     const { x, y } = this.#at(event);
     if (event.pointerType === "touch") return this.#gestures.moved(event.pointerId, x, y);
-    this.#moveTo(this.#view.toPicture(x, y));
+    const place = this.#view.toPicture(x, y);
+    this.#moveTo(place);
+    if (this.#view.zoom > 1) {
+      this.#view.show(place);
+      this.#layOut();
+    }
     // A button pressed or released while another is held comes as a move.
     if (event.button >= 0) this.#press(event, (event.buttons & buttonBits[event.button]) !== 0);
   }
@@ -197,6 +202,11 @@ export class Screen {
 
   #wheel(event) {
     event.preventDefault();
+    if (event.ctrlKey) {
+      // Two fingers that part on a trackpad, too.
+      const { x, y } = this.#at(event);
+      return this.#pinch(x, y, Math.exp(-event.deltaY / 200), 0, 0);
+    }
     // Browsers count downwards, the computer upwards.
     const unit = event.deltaMode === 1 ? linePixels : event.deltaMode === 2 ? this.#stage.clientHeight : 1;
     if (this.#wheelTimer === undefined) this.#send("scroll", { dx: 0, dy: 0, phase: "began" });

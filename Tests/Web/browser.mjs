@@ -1,32 +1,10 @@
 // A browser with the phone's page in it, for tests.
-import { readFile } from "node:fs/promises";
-import { createServer } from "node:http";
-import { extname, join, normalize } from "node:path";
 import { fileURLToPath } from "node:url";
 import { chromium } from "playwright-core";
-
-const types = { ".html": "text/html", ".js": "text/javascript", ".css": "text/css", ".svg": "image/svg+xml" };
-const web = fileURLToPath(new URL("../../Phone/web", import.meta.url));
-const tests = fileURLToPath(new URL(".", import.meta.url));
+import { serve as servePage } from "../../Phone/web/serve.mjs";
 
 // Serves the page, and this folder below /test/.
-export async function serve() {
-  const server = createServer(async (request, response) => {
-    const path = normalize(decodeURIComponent(new URL(request.url, "http://host").pathname));
-    const file = path.startsWith("/test/") ? join(tests, path.slice(6)) : join(web, path.endsWith("/") ? `${path}index.html` : path);
-    try {
-      const body = await readFile(file);
-      response.writeHead(200, { "Content-Type": types[extname(file)] ?? "application/octet-stream" }).end(body);
-    } catch {
-      response.writeHead(404).end();
-    }
-  });
-  await new Promise((resolve) => server.listen(0, "127.0.0.1", resolve));
-  return {
-    url: `http://127.0.0.1:${server.address().port}`,
-    stop: () => { server.closeAllConnections?.(); server.close(); },
-  };
-}
+export const serve = () => servePage(0, { test: fileURLToPath(new URL(".", import.meta.url)) });
 
 // Debian's, or the one of ORVEL_BROWSER.
 export function launch(options = {}) {

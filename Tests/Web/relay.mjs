@@ -1,7 +1,10 @@
 // A relay for a test: topics, joins, broadcasts to the others, heartbeats. Nothing else of the service.
+// ORVEL_TEST_RELAY is the address of a real one to be used instead.
 import { WebSocketServer } from "ws";
 
 export async function startRelay() {
+  const real = process.env.ORVEL_TEST_RELAY;
+  if (real) return { url: real, interrupt: () => {}, stop: () => {} };
   const server = new WebSocketServer({ host: "127.0.0.1", port: 0, path: "/realtime/v1/websocket" });
   await new Promise((resolve) => server.once("listening", resolve));
   const joined = new Map(); // socket -> topics
