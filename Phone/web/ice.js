@@ -29,7 +29,7 @@ export class IceServers {
   }
 
   async #load() {
-    const fallback = this.#stun.length ? [{ urls: this.#stun }] : [];
+    const fallback = this.#stun.map((url) => ({ urls: [url] }));
     // The address of a websocket alone means signaling and nothing more.
     if (!/^https?:/.test(this.#relay.url)) return fallback;
     try {

@@ -141,6 +141,8 @@ export class Keyboard {
     const modifiers = modifiersOf(event, this);
     // Input methods and on-screen keyboards: their text comes as an edit.
     if (event.isComposing || event.keyCode === 229 || code === undefined) return;
+    // What it does to characters is in them already.
+    if (event.code === "CapsLock" && !this.places) return;
     if (event.code === "Home" && event.ctrlKey && event.altKey) {
       event.preventDefault();
       return this.onTools();
@@ -214,7 +216,7 @@ export class Keyboard {
     if (code !== undefined) return this.press(code);
     if (text === "\n") return this.press(returnKey);
     this.#takeSticky();
-    this.#send("text", { _0: text });
+    for (const piece of piecesOf(text)) this.#send("text", { _0: piece });
   }
 
   #takeSticky() {
@@ -230,6 +232,19 @@ export class Keyboard {
     this.#value = this.#field.value = filler;
     this.#field.setSelectionRange?.(filler.length, filler.length);
   }
+}
+
+// A text as pieces that fit a message each; no character is torn apart.
+export function piecesOf(text, most = 8192) {
+  const pieces = [];
+  for (let at = 0; at < text.length;) {
+    let end = Math.min(at + most, text.length);
+    const last = text.charCodeAt(end - 1);
+    if (end < text.length && last >= 0xd800 && last < 0xdc00) --end;
+    pieces.push(text.slice(at, end));
+    at = end;
+  }
+  return pieces;
 }
 
 // The key of a letter or digit, for a modifier that was tapped before it.

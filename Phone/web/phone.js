@@ -1,5 +1,5 @@
 // This browser as a phone: its identity, the computers it knows and the settings, kept between visits.
-import { deviceID, ImportError, makeIdentity } from "./identity.js";
+import { agree, deviceID, ImportError, makeIdentity } from "./identity.js";
 import * as store from "./store.js";
 
 // The agents' own two, unless somebody wants others or none.
@@ -54,6 +54,10 @@ export class Phone {
     const identity = raw ? await makeIdentity(raw) : this.identity;
     if (!identity) throw new ImportError("noIdentity");
     raw?.fill(0);
+    for (const { publicKey, name } of agents) {
+      // There are keys with which nothing is secret.
+      await agree(identity.privateKey, publicKey).catch(() => { throw new ImportError("badAgent", name); });
+    }
     const known = identity.id === this.identity?.id ? this.agents : [];
     const merged = new Map([...known, ...agents].map((agent) => [agent.id, agent]));
     merged.delete(await deviceID(identity.publicKey)); // not itself

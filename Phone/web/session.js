@@ -23,6 +23,7 @@ export const EndReason = Object.freeze({
   lost: "lost", // the connection broke
 });
 
+const maxMessage = 262_144; // bytes; a longer one would end the connection
 const repeatOfferTime = 4_000;
 const answerTime = 12_000;
 const pathTime = 25_000;
@@ -30,6 +31,8 @@ const welcomeTime = 20_000;
 const graceTime = 12_000; // the computer gives up after 10
 const pingTime = 3_000;
 const statisticsTime = 2_000;
+
+const utf8 = new TextEncoder();
 
 export class Session {
   state = null;
@@ -66,7 +69,7 @@ export class Session {
     this.#set(SessionState.offering);
     this.#talk = await this.#line.converse((name, members) => this.#signalled(name, members));
     if (this.state === SessionState.ended) return this.#talk.close();
-    const peer = (this.#peer = new RTCPeerConnection({ iceServers, bundlePolicy: "max-bundle" }));
+    const peer = (this.#peer = new RTCPeerConnection({ iceServers: usable(iceServers), bundlePolicy: "max-bundle" }));
     peer.onicecandidate = ({ candidate }) => candidate?.candidate && this.#talk.send("candidate", {
       _0: { sdp: candidate.candidate, sdpMid: candidate.sdpMid, sdpMLineIndex: candidate.sdpMLineIndex ?? 0 },
     });
@@ -90,10 +93,11 @@ export class Session {
     this.#after("answer", answerTime, () => this.#end(EndReason.silent));
   }
 
-  // A control; dropped while there is no channel for it.
+  // A control; dropped while there is no channel for it, and when it is longer than a message may be.
   send(name, members) {
-    if (this.#control?.readyState !== "open") return;
-    this.#control.send(encodeControl(name, members));
+    const text = encodeControl(name, members);
+    if (this.#control?.readyState !== "open" || 3 * text.length > maxMessage && utf8.encode(text).length > maxMessage) return;
+    this.#control.send(text);
   }
 
   // Says goodbye; takes effect at once, so that a page which is being closed can call it.
@@ -269,6 +273,18 @@ export class Session {
 function bytesOf(data) {
   if (typeof data === "string") throw new WireError("text where bytes belong");
   return new Uint8Array(data);
+}
+
+// One address that the browser does not take would keep it from using the others.
+function usable(iceServers) {
+  return iceServers.filter((server) => {
+    try {
+      new RTCPeerConnection({ iceServers: [server] }).close();
+      return true;
+    } catch {
+      return false;
+    }
+  });
 }
 
 // Computers encode H.264 best; what stands first in the offer is what they send.

@@ -1,7 +1,7 @@
 import assert from "node:assert/strict";
 import test from "node:test";
 import { Gestures } from "../../Phone/web/gestures.js";
-import { difference, makesText, modifiersOf } from "../../Phone/web/keyboard.js";
+import { difference, makesText, modifiersOf, piecesOf } from "../../Phone/web/keyboard.js";
 import { keyCodes } from "../../Phone/web/keycodes.js";
 import { PacketOrder } from "../../Phone/web/sound.js";
 import { languages } from "../../Phone/web/texts.js";
@@ -53,6 +53,12 @@ test("what an on-screen keyboard changed", () => {
   for (const [before, after, removed, added] of rows) {
     assert.deepEqual(difference(before, after), [removed, added], `${before} → ${after}`);
   }
+});
+
+test("a long text goes in pieces", () => {
+  assert.deepEqual(piecesOf("abcde", 2), ["ab", "cd", "e"]);
+  assert.deepEqual(piecesOf("a😀😀b", 2), ["a", "😀", "😀", "b"]);
+  assert.deepEqual(piecesOf(""), []);
 });
 
 // Touches as "down 1 10 10", "wait 100"; what came of them as "button left true 1".

@@ -35,7 +35,7 @@ before(async () => {
     agents: [{ id: agentID, publicKey: keys.agent, name: "Desk" }],
     // The websocket alone: no account and no ICE servers.
     relay: { url: `${relay.url.replace("http", "ws")}/realtime/v1/websocket`, key: "local" },
-    stun: [],
+    stun: ["stun:nobody:99999"], // no address: left out
     deviceName: "Test phone",
   });
 });
