@@ -55,13 +55,17 @@ TEST(PhoneOffer, knowsWhatNoPhoneOffers) {
         return all;
     };
     EXPECT_TRUE(PhoneOffer::isPlausible("v=0\r\n" + codecs));
-    EXPECT_TRUE(PhoneOffer::isPlausible(lines(PhoneOffer::maxSections, "m=\n")));
-    EXPECT_FALSE(PhoneOffer::isPlausible(lines(PhoneOffer::maxSections + 1, "m=\n")));
+    EXPECT_TRUE(PhoneOffer::isPlausible(lines(PhoneOffer::maxSections, "m=audio\n")));
+    EXPECT_FALSE(PhoneOffer::isPlausible(lines(PhoneOffer::maxSections + 1, "m=audio\n")));
     EXPECT_TRUE(PhoneOffer::isPlausible(lines(PhoneOffer::maxLines - 1, "a\n")));
     EXPECT_FALSE(PhoneOffer::isPlausible(lines(PhoneOffer::maxLines, "a\n")));
     EXPECT_TRUE(PhoneOffer::isPlausible(std::string(PhoneOffer::maxBytes, 'a')));
     EXPECT_FALSE(PhoneOffer::isPlausible(std::string(PhoneOffer::maxBytes + 1, 'a')));
     EXPECT_FALSE(PhoneOffer::isPlausible(std::string_view("v=0\0", 4)));
+    EXPECT_TRUE(PhoneOffer::isPlausible("m=application 9 UDP/DTLS/SCTP webrtc-datachannel\r\n"));
+    for (const char* strange : {"m=", "m=text 9 x 1", "m=audiox 9", "m=application",
+                                "m=application 9 RTP/AVP 1", "m=application 9 SCTP 5000"})
+        EXPECT_FALSE(PhoneOffer::isPlausible(strange)) << strange;
 }
 
 TEST(PhoneOffer, saysHowLongAMessageMayBe) {
