@@ -63,17 +63,21 @@ TEST_F(RtcSessionTest, thePhoneSeesTheScreenAndControlsGoBothWays) {
 }
 
 // The library's own limit, when the sender's parameters are not in force, is 2.5 Mbit/s, and its
-// usual start 300 kbit/s.
+// usual start 300 kbit/s. A busy machine looks to it like a slow path: then another session may
+// have more luck.
 TEST_F(RtcSessionTest, theVideoMayTakeEightMegabitsAndStartsWithFour) {
-    ASSERT_TRUE(pair.connect());
-    SyntheticScreen screen(640, 360, Scene::film);
-    PictureFeed feed(
-        sink(), [&] { return screen.next(); }, oneSixtieth);
-    ASSERT_TRUE(pair.waitFor([](const auto& all) { return all.pictures >= 1; }));
     PeerConnection::VideoStatistics seen;
-    for (int i = 0; i < 500 && seen.targetBitrate < 2'600'000; ++i) {
-        seen = pair.agentVideo();
-        pair.waitFor([](const auto&) { return false; }, 20ms);
+    for (int attempt = 0; attempt < 10 && seen.targetBitrate < 2'600'000; ++attempt) {
+        pair.end();
+        ASSERT_TRUE(pair.connect());
+        SyntheticScreen screen(640, 360, Scene::film);
+        PictureFeed feed(
+            sink(), [&] { return screen.next(); }, oneSixtieth);
+        ASSERT_TRUE(pair.waitFor([](const auto& all) { return all.pictures >= 1; }));
+        for (int i = 0; i < 50 && seen.targetBitrate < 2'600'000; ++i) {
+            seen = pair.agentVideo();
+            pair.waitFor([](const auto&) { return false; }, 20ms);
+        }
     }
     EXPECT_GT(seen.targetBitrate, 2'600'000);
     EXPECT_LE(seen.targetBitrate, 8'000'000);
