@@ -74,8 +74,10 @@ void XHands::postButton(int button, bool down) {
     sync();
 }
 
-void XHands::setLayout(const std::string& layout) {
+void XHands::setLayout(const std::string& layout, Keyboards which) {
     std::vector<std::string> command{"setxkbmap", "-display", display};
+    if (which == Keyboards::own)
+        command.insert(command.end(), {"-device", std::to_string(keyboard)});
     const auto open = layout.find('(');
     if (open == std::string::npos || layout.find(',') != std::string::npos) {
         command.insert(command.end(), {"-layout", layout});
@@ -126,9 +128,12 @@ bool XHands::isCapsLocked() const {
     return state->lockedMods & XCB_MOD_MASK_LOCK;
 }
 
-std::string XHands::keyboardMap() const {
+std::string XHands::keyboardMap(Keyboards which) const {
     const TemporaryFolder folder;
-    BackgroundProcess program({.command = {"xkbcomp", "-w", "0", "-xkb", display, folder / "map"}});
+    std::vector<std::string> command{"xkbcomp", "-w", "0", "-xkb", display, folder / "map"};
+    if (which == Keyboards::own)
+        command.insert(command.begin() + 1, {"-i", std::to_string(keyboard)});
+    BackgroundProcess program({.command = command});
     if (program.wait() != 0) throw std::runtime_error("xkbcomp failed");
     return fileText(folder / "map");
 }

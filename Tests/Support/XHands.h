@@ -23,8 +23,9 @@ public:
     // As another program does that posts keys and buttons, through the virtual devices.
     void post(int code, bool down);
     void postButton(int button, bool down);
-    // As `setxkbmap` takes it, such as "us" or "us,tr(f)".
-    void setLayout(const std::string& layout);
+    // As `setxkbmap` takes it, such as "us" or "us,tr(f)"; of all keyboards, or of this one.
+    enum class Keyboards { all, own };
+    void setLayout(const std::string& layout, Keyboards which = Keyboards::all);
     void chooseLayout(int group);
     // Of the mouse: which button is the first, the second, the third.
     void setPointerMap(const std::vector<std::uint8_t>& map);
@@ -32,8 +33,8 @@ public:
     // What is down, by whomever, as programs see it: "37 b1".
     std::string down() const;
     bool isCapsLocked() const;
-    // The whole table of keys as text, to be compared.
-    std::string keyboardMap() const;
+    // The whole table of keys as text, to be compared; as programs see it, or of this keyboard.
+    std::string keyboardMap(Keyboards which = Keyboards::all) const;
 
 private:
     void key(int code, bool down);

@@ -18,21 +18,22 @@
 namespace orvel {
 
 struct XReader::Client {
-    explicit Client(const std::string& name)
+    Client(const std::string& name, bool isManaged)
         : display(XOpenDisplay(name.c_str())), other(name), ending(eventfd(0, EFD_CLOEXEC)) {
         if (!display) throw std::runtime_error("no X server at " + name);
         XSetWindowAttributes attributes{};
-        attributes.override_redirect = True;
+        attributes.override_redirect = isManaged ? False : True;
         attributes.event_mask = KeyPressMask | KeyReleaseMask | ButtonPressMask |
-                                ButtonReleaseMask | PointerMotionMask | StructureNotifyMask;
+                                ButtonReleaseMask | PointerMotionMask | StructureNotifyMask |
+                                (isManaged ? FocusChangeMask : 0);
         const auto& screen = other.screen();
         window = XCreateWindow(display, DefaultRootWindow(display), 0, 0, screen.width_in_pixels,
                                screen.height_in_pixels, 0, CopyFromParent, InputOutput,
                                CopyFromParent, CWOverrideRedirect | CWEventMask, &attributes);
         XMapRaised(display, window);
         XEvent event;
-        XWindowEvent(display, window, StructureNotifyMask, &event);
-        XSetInputFocus(display, window, RevertToPointerRoot, CurrentTime);
+        XWindowEvent(display, window, isManaged ? FocusChangeMask : StructureNotifyMask, &event);
+        if (!isManaged) XSetInputFocus(display, window, RevertToPointerRoot, CurrentTime);
         // Reads the table of keys and asks to be told of changes, as toolkits do when they start.
         // Left to the first key, Xlib would ask only after reading, and overlook changes in
         // between.
@@ -68,8 +69,8 @@ std::string place(int x, int y) {
 
 }  // namespace
 
-XReader::XReader(const std::string& display)
-    : client(std::make_unique<Client>(display)), thread([this] { run(); }) {}
+XReader::XReader(const std::string& display, Kind kind)
+    : client(std::make_unique<Client>(display, kind == Kind::managed)), thread([this] { run(); }) {}
 
 XReader::~XReader() {
     const std::uint64_t one = 1;
@@ -112,6 +113,8 @@ void XReader::run() {
             if (event.type == MotionNotify)
                 motion = {event.xmotion.x_root, event.xmotion.y_root,
                           std::chrono::steady_clock::now()};
+            if (event.type == KeyPress) presses.key = std::chrono::steady_clock::now();
+            if (event.type == ButtonPress) presses.button = std::chrono::steady_clock::now();
             if (event.type == ClientMessage) ++marksSeen;
             if (!note.empty()) notes += (notes.empty() ? "" : " ") + note;
             char utf8[8];
@@ -169,6 +172,11 @@ void XReader::yield() {
                        xcb_query_pointer(connection, client->other.root()), "QueryPointer")
                    ->child != XCB_NONE;
     });
+}
+
+XReader::Presses XReader::lastPresses() {
+    const std::lock_guard hold(mutex);
+    return presses;
 }
 
 XReader::Motion XReader::lastMotion() {

@@ -19,7 +19,10 @@ namespace orvel {
 //     moved
 class XReader {
 public:
-    explicit XReader(const std::string& display);  // throws std::runtime_error
+    // With a window manager the window can be one that it manages, once it has given it the focus.
+    enum class Kind { unmanaged, managed };
+    explicit XReader(const std::string& display,
+                     Kind kind = Kind::unmanaged);  // throws std::runtime_error
     ~XReader();
     XReader(const XReader&) = delete;
     XReader& operator=(const XReader&) = delete;
@@ -40,6 +43,11 @@ public:
         MonotonicTime time;
     };
     Motion lastMotion();
+    // When a key and a button were last seen to be pressed.
+    struct Presses {
+        MonotonicTime key, button;
+    };
+    Presses lastPresses();
 
 private:
     struct Client;
@@ -51,6 +59,7 @@ private:
     std::mutex mutex;  // guards the following
     std::string notes, text;
     Motion motion;
+    Presses presses;
     int marksSeen = 0;
     std::thread thread;
 };

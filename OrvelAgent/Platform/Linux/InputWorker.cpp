@@ -184,6 +184,7 @@ void InputWorker::postEvents() {
     }
     auto more = backlog.take();
     std::move(more.begin(), more.end(), std::back_inserter(pending));
+    joinTexts();
     while (!pending.empty()) {
         if (const auto next = connection->input.post(pending.front(), queue.now())) {
             connection->input.flush();
@@ -194,6 +195,17 @@ void InputWorker::postEvents() {
     }
     connection->input.flush();
     tidy();
+}
+
+// So that keys are lent to all of it at once.
+void InputWorker::joinTexts() {
+    auto* text = pending.empty() ? nullptr : std::get_if<InputEvent::Text>(&pending.front().what);
+    while (text && pending.size() > 1) {
+        const auto* more = std::get_if<InputEvent::Text>(&pending[1].what);
+        if (!more) break;
+        text->units += more->units;
+        pending.erase(pending.begin() + 1);
+    }
 }
 
 // Gives keys back that were lent to characters, some time after the last of them was typed.

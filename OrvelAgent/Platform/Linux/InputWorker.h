@@ -51,6 +51,7 @@ private:
     void lose() RUNS_ON(queue);
     void attempt(Step step) RUNS_ON(queue);
     void postEvents() RUNS_ON(queue);
+    void joinTexts() RUNS_ON(queue);
     void look() RUNS_ON(queue);
     void tidy() RUNS_ON(queue);
     void finish() RUNS_ON(queue);

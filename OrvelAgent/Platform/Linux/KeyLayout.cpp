@@ -73,9 +73,9 @@ void KeyLayout::Release::operator()(xkb_keymap* released) const {
     xkb_keymap_unref(released);
 }
 
-KeyLayout::KeyLayout(xkb_keymap* owned, const std::vector<KeyCodeX>& ignored) : keymap(owned) {
-    for (const KeyCodeX code : ignored)
-        isSpare[code] = true;
+KeyLayout::KeyLayout(xkb_keymap* owned, const std::vector<KeyAssignment>& lent) : keymap(owned) {
+    for (const auto& assignment : lent)
+        isSpare[assignment.code] = assignmentOf(assignment.code) == assignment;
     for (const auto role : {ModifierRole::shift, ModifierRole::control, ModifierRole::alternate,
                             ModifierRole::super, ModifierRole::level3}) {
         eachCode(owned, [&](KeyCodeX code) {

@@ -34,8 +34,8 @@ enum class ModifierRole { shift, control, alternate, super, level3 };
 // What the keys of a keyboard mean under the layout in use; a snapshot. Belongs to one thread.
 class KeyLayout {
 public:
-    // Owns the keymap. What is in `ignored` counts as a key that means nothing.
-    explicit KeyLayout(xkb_keymap* keymap, const std::vector<KeyCodeX>& ignored = {});
+    // Owns the keymap. A key that has just what is in `lent` counts as one that means nothing.
+    explicit KeyLayout(xkb_keymap* keymap, const std::vector<KeyAssignment>& lent = {});
     KeyLayout(KeyLayout&&) noexcept = default;
     KeyLayout& operator=(KeyLayout&&) noexcept = default;
 

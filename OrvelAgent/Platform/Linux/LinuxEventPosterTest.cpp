@@ -4,11 +4,15 @@
 #include <signal.h>
 #include <xkbcommon/xkbcommon.h>
 
+#include <algorithm>
 #include <functional>
+#include <map>
+#include <set>
 #include <sstream>
 
 #include "OrvelAgent/Platform/Linux/X11Connection.h"
 #include "OrvelAgent/Platform/Linux/X11Monitors.h"
+#include "OrvelAgent/Platform/Linux/XkbHeader.h"
 #include "OrvelKit/Base/FakeDefaults.h"
 #include "OrvelKit/Base/Unicode.h"
 #include "Tests/Support/TemporaryFolder.h"
@@ -424,6 +428,106 @@ TEST(LinuxEventPoster, leavesNothingBehind) {
     desk.settle();
     desk.poster.reset();
     EXPECT_EQ(desk.hands.down(), "");
+    EXPECT_EQ(desk.hands.keyboardMap(), map);
+}
+
+// Another program that is told of changes of the keyboard.
+class Onlooker {
+public:
+    explicit Onlooker(const std::string& display) : x11(display) {
+        x11.reply<xcb_xkb_use_extension_reply>(xcb_xkb_use_extension(x11.get(), 1, 0), "");
+        xcb_xkb_select_events(x11.get(), XCB_XKB_ID_USE_CORE_KBD, XCB_XKB_EVENT_TYPE_MAP_NOTIFY, 0,
+                              XCB_XKB_EVENT_TYPE_MAP_NOTIFY, 0xFF, 0xFF, nullptr);
+        sync();
+    }
+    // How often it was told since the last call: as the core protocol does, and by XKB of the
+    // keyboard of which it was told most.
+    std::string changes() {
+        sync();
+        int core = 0;
+        std::map<int, int> byKeyboard;
+        while (const auto event = x11.pollEvent()) {
+            if (event->response_type == XCB_MAPPING_NOTIFY) ++core;
+            if (event->response_type == x11.extension(xcb_xkb_id)->first_event)
+                ++byKeyboard[reinterpret_cast<const xcb_xkb_map_notify_event_t&>(*event).deviceID];
+        }
+        int most = 0;
+        for (const auto& [keyboard, count] : byKeyboard)
+            most = std::max(most, count);
+        return std::to_string(core) + ' ' + std::to_string(most);
+    }
+    void setKey(std::uint8_t code, xcb_keysym_t symbol) {
+        xcb_change_keyboard_mapping(x11.get(), 1, code, 1, &symbol);
+        sync();
+    }
+
+private:
+    void sync() {
+        x11.reply<xcb_get_input_focus_reply>(xcb_get_input_focus(x11.get()), "GetInputFocus");
+    }
+    X11Connection x11;
+};
+
+std::multiset<std::string> linesOf(const std::string& text) {
+    std::multiset<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        lines.insert(line);
+    return lines;
+}
+
+TEST(LinuxEventPoster, changesTheKeyboardOnceForATextAndOnceToGiveItBack) {
+    constexpr auto own = XHands::Keyboards::own;
+    const struct {
+        const char* layout;
+        const char* ofTheUsersKeyboard;
+        const char* changes;
+    } rows[] = {
+        {"us", "us", "1 1"},
+        {"tr", "tr", "1 1"},
+        {"us,tr", "us,tr", "1 1"},
+        // A change of one keyboard's table the server tells twice to those who ask XKB.
+        {"tr", "us", "1 2"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.layout) + ' ' + row.ofTheUsersKeyboard);
+        Desk desk;
+        desk.hands.setLayout(row.layout);
+        desk.hands.setLayout(row.ofTheUsersKeyboard, own);
+        if (row.layout == std::string("us,tr")) desk.hands.chooseLayout(1);
+        desk.typed("a");  // from then on programs see the virtual keyboard
+        const std::string map = desk.hands.keyboardMap(), ownMap = desk.hands.keyboardMap(own);
+        Onlooker onlooker(desk.server.display());
+        const std::string text = "漢字, αβγ, жзн and 👍👎 漢字";
+        desk.poster->postText(utf16From(text));
+        desk.settle();
+        EXPECT_EQ(desk.reader.takeText(), text);
+        EXPECT_EQ(onlooker.changes(), row.changes);
+        for (const auto& [was, is] : {std::pair(map, desk.hands.keyboardMap()),
+                                      std::pair(ownMap, desk.hands.keyboardMap(own))}) {
+            const auto before = linesOf(was), lent = linesOf(is);
+            EXPECT_EQ(lent.size(), before.size() + 9) << "one of ten has no name to show it by";
+            EXPECT_TRUE(std::includes(lent.begin(), lent.end(), before.begin(), before.end()))
+                << "keys with a meaning are what they were";
+        }
+        desk.poster.reset();
+        EXPECT_EQ(onlooker.changes(), row.changes);
+        EXPECT_EQ(desk.hands.keyboardMap(), map);
+        EXPECT_EQ(desk.hands.keyboardMap(own), ownMap);
+    }
+}
+
+TEST(LinuxEventPoster, leavesKeysAloneThatSomebodyElseHasTaken) {
+    Desk desk;
+    const std::string map = desk.hands.keyboardMap();
+    EXPECT_EQ(desk.typed("漢字👍"), "漢字👍");
+    Onlooker other(desk.server.display());
+    other.setKey(8, XKB_KEY_F24);
+    desk.settle();
+    EXPECT_EQ(desk.typed("漢字👍ж"), "漢字👍ж");
+    desk.poster.reset();
+    EXPECT_NE(desk.hands.keyboardMap().find("F24"), std::string::npos);
+    other.setKey(8, 0);
     EXPECT_EQ(desk.hands.keyboardMap(), map);
 }
 

@@ -19,6 +19,10 @@ constexpr int mostPortions = 8;
 // How far ahead characters without a key are looked for.
 constexpr std::size_t lookAhead = 512;
 
+// How long to wait before keys are lent, for text that is on its way in pieces: one change for all
+// of it. Each is dear, and delays the text anyhow.
+constexpr Duration gathering = std::chrono::milliseconds(2);
+
 // How long a key that was typed with keeps its character when another one needs it: for a program
 // that does not tell whether it has read it, and the most for one that does.
 constexpr Duration restUnasked = std::chrono::milliseconds(150),
@@ -30,8 +34,13 @@ void append(std::vector<KeyAction>& to, const std::vector<KeyAction>& actions) {
 
 }  // namespace
 
-TextTyper::TextTyper(X11Keyboard& ourKeyboard, const HeldKeys& heldKeys, ProgramPing& programPing)
-    : keyboard(ourKeyboard), held(heldKeys), ping(programPing), rest(restUnasked) {}
+TextTyper::TextTyper(X11Keyboard& ourKeyboard, const HeldKeys& heldKeys, ProgramPing& programPing,
+                     std::function<void()> write)
+    : keyboard(ourKeyboard),
+      held(heldKeys),
+      ping(programPing),
+      writeDown(std::move(write)),
+      rest(restUnasked) {}
 
 bool TextTyper::isTypeable(char32_t character) const {
     const bool isControl = character < ' ' || (character >= 0x7F && character < 0xA0);
@@ -52,7 +61,9 @@ std::optional<MonotonicTime> TextTyper::type(MonotonicTime now) {
         const auto around = context();
         // Before the first key: some programs (Xlib's) read the table when they get their first
         // one, and overlook a change at that moment.
-        if (std::exchange(isNew, false)) {
+        if (isNew) {
+            if (const auto until = gatherText(around, now)) return until;
+            isNew = false;
             if (const auto ready = lendKeys(around, now).ready) return ready;
         }
         std::vector<KeyAction> actions = around.before;
@@ -148,7 +159,7 @@ std::optional<std::vector<KeyAction>> TextTyper::actionsFor(char32_t character,
     return actions;
 }
 
-TextTyper::Lending TextTyper::lendKeys(const Context& around, MonotonicTime now) {
+std::vector<char32_t> TextTyper::wantedCharacters(const Context& around) {
     std::vector<char32_t> wanted;
     for (std::size_t i = 0; i < std::min(pending.size(), lookAhead); ++i) {
         const char32_t character = pending[i];
@@ -159,13 +170,27 @@ TextTyper::Lending TextTyper::lendKeys(const Context& around, MonotonicTime now)
             continue;
         wanted.push_back(character);
     }
-    const auto plan = spare.lend(wanted, now, rest);
+    return wanted;
+}
+
+TextTyper::Lending TextTyper::lendKeys(const Context& around, MonotonicTime now) {
+    const auto plan = spare.lend(wantedCharacters(around), now, rest);
     if (plan.changed.empty()) return {std::nullopt, plan.waitUntil};
     std::vector<KeyAssignment> assignments;
     for (const KeyCodeX code : plan.changed)
         assignments.push_back(assignmentOf(code));
+    writeDown();
     keyboard.assign(assignments);
     return {now + SpareKeys::grace, std::nullopt};
+}
+
+std::optional<MonotonicTime> TextTyper::gatherText(const Context& around, MonotonicTime now) {
+    const auto wanted = wantedCharacters(around);
+    const bool areAllLent =
+        std::all_of(wanted.begin(), wanted.end(), [&](char32_t each) { return spare.find(each); });
+    if (!areAllLent && !gatheringUntil) gatheringUntil = now + gathering;
+    if (areAllLent || now >= *gatheringUntil) gatheringUntil.reset();
+    return gatheringUntil;
 }
 
 // All keys are in use. What was typed before this question is read before it is answered.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -26,8 +27,10 @@ namespace orvel {
 // Belongs to one thread; waits for the server and throws X11Failure.
 class TextTyper {
 public:
-    // All outlive this.
-    TextTyper(X11Keyboard& keyboard, const HeldKeys& held, ProgramPing& ping);
+    // All outlive this. `writeDown` is called when lent() has changed and before the server knows:
+    // whoever comes after a crash has to find what was lent.
+    TextTyper(X11Keyboard& keyboard, const HeldKeys& held, ProgramPing& ping,
+              std::function<void()> writeDown);
 
     // More text for type(). A surrogate pair may be cut between two calls.
     void add(std::u16string_view units);
@@ -36,7 +39,7 @@ public:
     // The program has read what was typed until then: type() may have waited for that.
     void markRead(MonotonicTime until);
     // Types on. What is returned: when to call again, which may be at once; nullopt: all is typed.
-    // The caller writes down what is lent and flushes.
+    // The caller flushes.
     std::optional<MonotonicTime> type(MonotonicTime now);
 
     std::vector<KeyAssignment> lent() const;
@@ -56,6 +59,10 @@ private:
     // The keys for one character; nullopt: it has none yet.
     std::optional<std::vector<KeyAction>> actionsFor(char32_t character, const Context& context,
                                                      MonotonicTime now);
+    // Those to come that no key of the layout has, distinct, as many as there is room for.
+    std::vector<char32_t> wantedCharacters(const Context& context);
+    // Until when to wait for more text before keys are lent; nullopt: no longer.
+    std::optional<MonotonicTime> gatherText(const Context& context, MonotonicTime now);
     // Either: characters were lent keys, which can be typed from then on; or none could be, and
     // until when to wait. Neither: none of those to come needs one.
     struct Lending {
@@ -70,12 +77,14 @@ private:
     X11Keyboard& keyboard;
     const HeldKeys& held;
     ProgramPing& ping;
+    const std::function<void()> writeDown;
     SpareKeys spare;
     Duration rest;  // how long a program may take that is asked, or cannot be
     std::uint32_t layoutNumber = 0;
     Utf16Joiner joiner;
     std::deque<char32_t> pending;
     bool isNew = false;  // text has come that no keys were lent for
+    std::optional<MonotonicTime> gatheringUntil;
 };
 
 }  // namespace orvel

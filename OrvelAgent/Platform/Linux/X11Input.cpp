@@ -18,7 +18,7 @@ constexpr std::uint16_t rightCommand = 54, leftCommand = 55;
 // How long keys stay lent to characters after the last of them was typed: each change of the table
 // costs every program on the desktop. When the phone has gone, just long enough for slow ones to
 // have seen the last of them.
-constexpr Duration keepWhileTyping = std::chrono::seconds(10),
+constexpr Duration keepWhileTyping = std::chrono::minutes(5),
                    keepWhenLeft = std::chrono::seconds(2);
 
 std::int16_t pixel(double coordinate) {
@@ -36,7 +36,7 @@ X11Input::X11Input(const std::string& display)
       keyboard(x11, devices),
       // Monitors that somebody divides by hand are told of there.
       ping(x11, XCB_EVENT_MASK_STRUCTURE_NOTIFY),
-      typer(keyboard, keys, ping),
+      typer(keyboard, keys, ping, [this] { writeRecord(); }),
       keepLent(keepWhileTyping) {
     if (!x11.extension(xcb_test_id)) throw X11Failure("the X server lacks the XTEST extension");
     if (const auto* randr = x11.extension(xcb_randr_id)) {
@@ -68,13 +68,7 @@ void X11Input::recover() {
             if (isIn(left.buttons, number)) fake(XCB_BUTTON_RELEASE, number);
         }
     }
-    std::vector<KeyAssignment> borrowed;
-    for (const auto& assignment : left.assigned) {
-        if (keyboard.layout().assignmentOf(assignment.code) == assignment)
-            borrowed.push_back({assignment.code});
-    }
-    keyboard.assign(borrowed);
-    if (!borrowed.empty()) keyboard.forgetLayout();
+    keyboard.takeBack(left.assigned);
     if (left.hasSuspendedRepeat) repeat.recover();
     writeRecord();
 }

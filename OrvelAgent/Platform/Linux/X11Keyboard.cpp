@@ -4,6 +4,8 @@
 #include <xkbcommon/xkbcommon-x11.h>
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "OrvelAgent/Platform/Linux/PhysicalKeys.h"
 #include "OrvelAgent/Platform/Linux/XkbHeader.h"
@@ -14,9 +16,23 @@ namespace {
 
 constexpr int evdevOffset = 8;
 
-// Which keys an XKB event is about.
-struct Range {
-    int first, count;
+// While it lives, the server serves nobody else.
+class ServerGrab {
+public:
+    explicit ServerGrab(const X11Connection& connection)
+        : x11(connection), number(xcb_grab_server(x11.get()).sequence) {}
+    ~ServerGrab() {
+        xcb_ungrab_server(x11.get());
+        xcb_flush(x11.get());
+    }
+    ServerGrab(const ServerGrab&) = delete;
+    ServerGrab& operator=(const ServerGrab&) = delete;
+
+    std::uint32_t sequence() const { return number; }
+
+private:
+    const X11Connection& x11;
+    const std::uint32_t number;
 };
 
 }  // namespace
@@ -50,20 +66,8 @@ X11Keyboard::X11Keyboard(const X11Connection& connection, const VirtualDevices& 
 bool X11Keyboard::handle(const xcb_generic_event_t& event) {
     if ((event.response_type & 0x7F) != xkbEvent) return false;
     // All of XKB's events have their kind in the second byte.
-    if (event.pad0 == XCB_XKB_MAP_NOTIFY) {
-        const auto& change = reinterpret_cast<const xcb_xkb_map_notify_event_t&>(event);
-        const auto isOurs = [&](Range range) {
-            for (int code = range.first; code < range.first + range.count; ++code) {
-                if (code > 255 || !assigned[static_cast<std::size_t>(code)]) return false;
-            }
-            return true;
-        };
-        const Range ranges[] = {{change.firstKeySym, change.nKeySyms},
-                                {change.firstKeyAct, change.nKeyActs},
-                                {change.firstModMapKey, change.nModMapKeys}};
-        if (change.nKeySyms > 0 && std::all_of(std::begin(ranges), std::end(ranges), isOurs))
-            return true;
-    }
+    const bool isOurs = event.full_sequence - firstRequest <= lastRequest - firstRequest;
+    if (event.pad0 == XCB_XKB_MAP_NOTIFY && isOurs) return true;
     current.reset();
     return true;
 }
@@ -77,10 +81,9 @@ const KeyLayout& X11Keyboard::layout() {
     auto* keymap = xkb_x11_keymap_new_from_device(context.get(), x11.get(), device,
                                                   XKB_KEYMAP_COMPILE_NO_FLAGS);
     if (!keymap) throw X11Failure("the X server's keyboard layout cannot be read");
-    std::vector<KeyCodeX> borrowed;
-    for (std::size_t code = 0; code < assigned.size(); ++code) {
-        if (assigned[code]) borrowed.push_back(static_cast<KeyCodeX>(code));
-    }
+    std::vector<KeyAssignment> borrowed;
+    std::copy_if(assigned.begin(), assigned.end(), std::back_inserter(borrowed),
+                 [](const KeyAssignment& each) { return each.symbol != 0; });
     ++number;
     return current.emplace(keymap, borrowed);
 }
@@ -115,21 +118,95 @@ void X11Keyboard::lock(ModifierMask modifiers, bool locked) const {
                              false, 0, 0, false, 0);
 }
 
-void X11Keyboard::assign(std::vector<KeyAssignment> assignments) {
-    std::sort(assignments.begin(), assignments.end(),
-              [](const KeyAssignment& a, const KeyAssignment& b) { return a.code < b.code; });
-    // A request for each run of neighbours: every change makes every program read the table again.
-    for (auto run = assignments.begin(); run != assignments.end();) {
-        std::vector<xcb_keysym_t> symbols;
-        auto next = run;
-        for (; next != assignments.end() && next->code - run->code == next - run; ++next) {
-            symbols.insert(symbols.end(), {next->symbol, next->shifted});
-            assigned[next->code] = next->symbol != 0;
-        }
-        xcb_change_keyboard_mapping(x11.get(), static_cast<std::uint8_t>(next - run), run->code, 2,
-                                    symbols.data());
-        run = next;
+void X11Keyboard::takeBack(const std::vector<KeyAssignment>& assignments) {
+    std::vector<KeyAssignment> empty;
+    for (const auto& assignment : assignments) {
+        if (assignment.symbol == 0 || layout().assignmentOf(assignment.code) != assignment)
+            continue;
+        assigned[assignment.code] = assignment;
+        empty.push_back({assignment.code});
     }
+    assign(empty);
+    if (!empty.empty()) current.reset();
+}
+
+// What programs see is the table of the keyboard used last, and each has one of its own, perhaps
+// for another layout. The virtual one comes first.
+std::vector<X11Keyboard::Table> X11Keyboard::readTables(KeySymTable::Range range) const {
+    std::vector<std::uint16_t> keyboards{devices.keyboard()};
+    for (const auto other : devices.otherKeyboards())
+        keyboards.push_back(other);
+    keyboards.push_back(XCB_XKB_ID_USE_CORE_KBD);
+    std::vector<xcb_xkb_get_map_cookie_t> questions;
+    for (const auto keyboard : keyboards)
+        questions.push_back(KeySymTable::ask(x11, keyboard, range));
+    std::vector<Table> tables;
+    for (std::size_t i = 0; i < keyboards.size(); ++i) {
+        try {
+            tables.push_back({keyboards[i], KeySymTable(*x11.reply<xcb_xkb_get_map_reply>(
+                                                questions[i], "XkbGetMap"))});
+        } catch (const X11Refusal&) {
+            // Others may have been unplugged.
+            if (keyboards[i] == devices.keyboard()) throw;
+        }
+    }
+    // What is written to the master, all its keyboards get, and each tells of it once.
+    const auto& master = tables.back();
+    const bool areAlike = std::all_of(tables.begin(), tables.end(), [&](const Table& each) {
+        return each.symbols == master.symbols;
+    });
+    if (areAlike) return {master};
+    // One that is written to a keyboard, the master gets if that was used last.
+    tables.pop_back();
+    return tables;
+}
+
+void X11Keyboard::write(const std::vector<Table>& tables) const {
+    std::vector<std::pair<const Table*, xcb_void_cookie_t>> sent;
+    for (const auto& table : tables) {
+        if (table.changed.empty()) continue;
+        const auto [lowest, highest] =
+            std::minmax_element(table.changed.begin(), table.changed.end());
+        sent.emplace_back(&table, table.symbols.write(x11, table.keyboard, {*lowest, *highest}));
+    }
+    for (const auto& [table, request] : sent) {
+        try {
+            x11.check(request, "XkbSetMap");
+        } catch (const X11Refusal&) {
+            // Some key in between is one that the server would take from nobody. Or the keyboard
+            // was unplugged, and the following is refused, too.
+            for (const auto code : table->changed) {
+                const auto alone = table->symbols.write(x11, table->keyboard, {code, code});
+                xcb_discard_reply(x11.get(), alone.sequence);
+            }
+        }
+    }
+}
+
+void X11Keyboard::assign(const std::vector<KeyAssignment>& assignments) {
+    if (assignments.empty()) return;
+    const auto [lowest, highest] = std::minmax_element(
+        assignments.begin(), assignments.end(),
+        [](const KeyAssignment& a, const KeyAssignment& b) { return a.code < b.code; });
+    const ServerGrab grab(x11);
+    auto tables = readTables({lowest->code, highest->code});
+    auto next = assigned;
+    for (auto& table : tables) {
+        for (const auto& wanted : assignments) {
+            const auto& before = assigned[wanted.code];
+            const bool isFree = table.symbols.has({wanted.code}) ||
+                                (before.symbol != 0 && table.symbols.has(before));
+            if (isFree && !table.symbols.has(wanted)) {
+                table.symbols.set(wanted);
+                table.changed.push_back(wanted.code);
+            }
+            if (&table == &tables.front()) next[wanted.code] = isFree ? wanted : KeyAssignment{};
+        }
+    }
+    write(tables);
+    assigned = std::move(next);
+    firstRequest = grab.sequence();
+    lastRequest = xcb_no_operation(x11.get()).sequence;
 }
 
 std::vector<KeyCodeX> X11Keyboard::keysDown() const {

@@ -9,6 +9,7 @@
 
 #include "OrvelAgent/Platform/Linux/HeldKeys.h"
 #include "OrvelAgent/Platform/Linux/KeyLayout.h"
+#include "OrvelAgent/Platform/Linux/KeySymTable.h"
 #include "OrvelAgent/Platform/Linux/VirtualDevices.h"
 #include "OrvelAgent/Platform/Linux/X11Connection.h"
 
@@ -26,9 +27,6 @@ public:
     // True: it was about the keyboard.
     bool handle(const xcb_generic_event_t& event);
 
-    // It is read anew when it is needed next.
-    void forgetLayout() { current.reset(); }
-
     // Under the layout in use; valid until the next call of handle() or of this.
     const KeyLayout& layout();
     // Another number: layout() has been read anew.
@@ -45,10 +43,16 @@ public:
     // Locks and unlocks modifiers, as Caps Lock does, without a key.
     void lock(ModifierMask modifiers, bool locked) const;
 
-    // Gives the keys other keysyms, or none again. Sent with the next flush. Such a key stays a
-    // spare one in layout(). (One keysym goes to both levels: a letter that stood alone would be
-    // given its capital with Shift.)
-    void assign(std::vector<KeyAssignment> assignments);
+    // Gives the keys other keysyms, or none again, on all keyboards. Done when this returns. Such
+    // a key stays a spare one in layout(). A key that somebody else has given a meaning since
+    // layout() was read is left alone: layout() will tell. (One keysym goes to both levels: a
+    // letter that stood alone would be given its capital with Shift.)
+    //
+    // At each call every program reads the whole table again, and a window manager takes hold of
+    // all its keys anew, during which clicks wait.
+    void assign(const std::vector<KeyAssignment>& assignments);
+    // Takes back what a predecessor assigned, where it is still there.
+    void takeBack(const std::vector<KeyAssignment>& assignments);
     // The keys that are down as programs see it, by whomever.
     std::vector<KeyCodeX> keysDown() const;
 
@@ -57,13 +61,24 @@ private:
         void operator()(xkb_context* context) const;
     };
 
+    struct Table {
+        std::uint16_t keyboard = 0;
+        KeySymTable symbols;
+        std::vector<KeyCodeX> changed = {};
+    };
+    std::vector<Table> readTables(KeySymTable::Range range) const;
+    void write(const std::vector<Table>& tables) const;
+
     const X11Connection& x11;
     const VirtualDevices& devices;
     std::uint8_t xkbEvent = 0;
     std::unique_ptr<xkb_context, Release> context;
     std::optional<KeyLayout> current;
     std::uint32_t number = 0;
-    std::vector<bool> assigned = std::vector<bool>(256);
+    std::vector<KeyAssignment> assigned = std::vector<KeyAssignment>(256);  // by keycode
+    // The requests of the last assign(), by their sequence numbers: nobody else was served between
+    // them, so the events that carry these are about our changes.
+    std::uint32_t firstRequest = 0, lastRequest = 0;
 };
 
 }  // namespace orvel
