@@ -48,6 +48,15 @@ void AgentModel::wire() {
             self.pairingRequest = std::move(request);
             if (self.onPairingRequest) self.onPairingRequest(self.pairingRequest);
         });
+    core->onRelay = whileAlive([](AgentModel& self, bool joined) {
+        self.relayOnline = joined;
+        if (self.onRelay) self.onRelay(joined);
+    });
+    core->onUnlock =
+        whileAlive([](AgentModel& self, std::string name, std::optional<WallTime> until) {
+            self.unlockedUntil = until;
+            if (self.onUnlock) self.onUnlock(name, until);
+        });
     core->onClipboard = whileAlive([](AgentModel& self, std::string text) {
         self.clipboard->setText(text);
         if (self.onClipboard) self.onClipboard(text);
@@ -112,6 +121,7 @@ void AgentModel::applyKeepAwake() {
 }
 
 void AgentModel::setRemoteAccess(AgentCore::RemoteAccess mode) {
+    unlockedUntil.reset();
     core->setRemoteAccess(mode);
 }
 void AgentModel::disconnect() {

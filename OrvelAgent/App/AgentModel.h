@@ -39,6 +39,10 @@ public:
     std::function<void(const std::optional<std::string>&)> onPairingCode;
     std::function<void(const std::optional<PairingRequest>&)> onPairingRequest;
     std::function<void(const std::vector<PairedDevice>&)> onDevices;
+    std::function<void(bool online)> onRelay;
+    // A phone has opened the way in from the internet until then; nullopt: its session is over and
+    // it is closed again.
+    std::function<void(const std::string& name, const std::optional<WallTime>& until)> onUnlock;
     // Text that the phone has put on the clipboard; no field keeps it.
     std::function<void(const std::string&)> onClipboard;
     // A phone that was not paired when the model last heard is paired now.
@@ -65,6 +69,8 @@ public:
     bool screenGranted = false;
     bool accessibilityGranted = false;
     bool keepAwake = true;
+    bool relayOnline = false;
+    std::optional<WallTime> unlockedUntil;
 
 private:
     void wire();

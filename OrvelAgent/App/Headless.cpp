@@ -31,6 +31,10 @@ void Headless::start(const Identity& identity) {
     model.onPairingRequest = [](const auto& request) {
         print(headlessLine::pairingRequest(request));
     };
+    model.onRelay = [](bool joined) { print(headlessLine::relay(joined)); };
+    model.onUnlock = [](const auto& name, const auto& until) {
+        print(headlessLine::unlock(name, until));
+    };
     model.onClipboard = [](const std::string& text) { print(headlessLine::clipboard(text)); };
     model.onDevices = [](const auto& devices) { print(headlessLine::devices(devices)); };
     input.emplace(STDIN_FILENO, [this, weak = std::weak_ptr<int>(alive)](std::string line) {

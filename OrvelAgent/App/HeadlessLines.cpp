@@ -67,6 +67,19 @@ std::string pairingRequest(const std::optional<PairingRequest>& request) {
                 json::object{{"deviceID", request->deviceID}, {"name", request->name}});
 }
 
+std::string relay(bool joined) {
+    return line("relay", json::value(joined));
+}
+
+std::string unlock(const std::string& name, const std::optional<WallTime>& until) {
+    json::object payload{{"name", name}};
+    if (until) {
+        payload["until"] =
+            std::chrono::duration_cast<std::chrono::seconds>(until->time_since_epoch()).count();
+    }
+    return line("unlock", std::move(payload));
+}
+
 std::string clipboard(const std::string& text) {
     return line("clipboard", json::value(text));
 }

@@ -18,6 +18,9 @@ std::string listening(std::uint16_t port);
 std::string status(const AgentCore::Status& status);
 std::string pairingCode(const std::optional<std::string>& code);
 std::string pairingRequest(const std::optional<PairingRequest>& request);
+std::string relay(bool joined);
+// `until` in Unix seconds.
+std::string unlock(const std::string& name, const std::optional<WallTime>& until);
 std::string clipboard(const std::string& text);
 std::string devices(const std::vector<PairedDevice>& devices);
 std::string error(const std::string& description);

@@ -11,6 +11,7 @@
 #include "OrvelAgent/App/CommandLine.h"
 #include "OrvelAgent/App/DefaultsCommand.h"
 #include "OrvelAgent/App/Headless.h"
+#include "OrvelAgent/App/InternetAccess.h"
 #include "OrvelAgent/App/Terminal.h"
 #include "OrvelAgent/Core/AgentCore.h"
 #include "OrvelAgent/Core/TcpListener.h"
@@ -70,15 +71,21 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
     SerialQueue captureQueue("orvel.capture");
     SerialQueue audioQueue("orvel.audio");
     SerialQueue filesQueue("orvel.files");
+    SerialQueue realtimeQueue("orvel.realtime");
+    SerialQueue accountQueue("orvel.account");
     SerialQueue agentQueue("orvel.agent");
 
+    const CompressionSession::Factory compression = [](const auto& specification) {
+        return CompressionSession::create(specification);
+    };
+    InternetAccess internet(
+        {realtimeQueue, accountQueue, *stores.defaults, *stores.secrets, compression});
     AgentCore::Options options{run.name, run.port, run.address};
     auto core = AgentCore::make(
         {agentQueue, captureQueue, audioQueue, filesQueue, mainQueue, *stores.defaults,
          *stores.secrets, *permissions, *power, host, *poster, *files,
-         ScreenSource::create(captureQueue, audioQueue),
-         [](const auto& specification) { return CompressionSession::create(specification); },
-         makeTcpListener(agentQueue), run.advertise ? ServiceAdvertiser::create() : nullptr},
+         ScreenSource::create(captureQueue, audioQueue), compression, makeTcpListener(agentQueue),
+         run.advertise ? ServiceAdvertiser::create() : nullptr, internet.presence()},
         options);
     const auto pasteboard = Pasteboard::create(mainQueue);
     const auto workspace = Workspace::create(mainQueue);

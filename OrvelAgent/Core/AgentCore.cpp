@@ -22,26 +22,6 @@ std::string versionOf(HostInfo& host) {
 
 }  // namespace
 
-const char* rawValue(AgentCore::RemoteAccess mode) {
-    switch (mode) {
-        case AgentCore::RemoteAccess::on:
-            return "on";
-        case AgentCore::RemoteAccess::standby:
-            return "standby";
-        case AgentCore::RemoteAccess::off:
-            return "off";
-    }
-    return "on";
-}
-
-std::optional<AgentCore::RemoteAccess> remoteAccessFrom(const std::string& raw) {
-    for (auto mode : {AgentCore::RemoteAccess::on, AgentCore::RemoteAccess::standby,
-                      AgentCore::RemoteAccess::off}) {
-        if (raw == rawValue(mode)) return mode;
-    }
-    return std::nullopt;
-}
-
 std::shared_ptr<AgentCore> AgentCore::make(Parts parts, const Options& options) {
     std::shared_ptr<AgentCore> core(new AgentCore(std::move(parts), options));
     core->wire();
@@ -63,6 +43,8 @@ AgentCore::AgentCore(Parts parts, const Options& coreOptions)
                                                 std::move(parts.compression))),
       lan(queue, std::move(parts.listener), std::move(parts.advertiser), identity),
       devices(defaults),
+      remote(std::make_shared<RemotePresence>(queue, std::move(parts.remote), defaults, devices,
+                                              identity, macName)),
       dispatch({parts.queue, parts.filesQueue, parts.poster, parts.files, parts.host.homeFolder(),
                 streamer},
                {
@@ -116,6 +98,39 @@ void AgentCore::wire() {
             });
         }
     };
+    // The presence's callbacks come on the queue.
+    remote->onRelay = [weak](bool joined) {
+        if (auto self = weak.lock()) {
+            self->onMain([joined](AgentCore& core) {
+                if (core.onRelay) core.onRelay(joined);
+            });
+        }
+    };
+    remote->onUnlock = [weak](std::string name, std::optional<WallTime> until) {
+        if (auto self = weak.lock()) {
+            self->onMain([name = std::move(name), until](AgentCore& core) {
+                if (core.onUnlock) core.onUnlock(name, until);
+            });
+        }
+    };
+    remote->onSession = [weak](const std::shared_ptr<RTCPhoneSession>& session) {
+        auto self = weak.lock();
+        if (!self) return;
+        self->queue.assertCurrent();
+        self->internetSessionArrived(session);
+    };
+    remote->onSessionEnd = [weak](const RTCPhoneSession& session) {
+        auto self = weak.lock();
+        if (!self) return;
+        self->queue.assertCurrent();
+        self->linkEnded(session);
+    };
+    remote->isBusy = [weak] {
+        auto self = weak.lock();
+        if (!self) return false;
+        self->queue.assertCurrent();
+        return self->active != nullptr;
+    };
     streamer->onStop = [weak](ScreenStreamer::CaptureID ended, const auto& error) {
         auto self = weak.lock();
         if (!self) return;
@@ -160,6 +175,7 @@ void AgentCore::start() {
                                      core.queue.assertCurrent();
                                      core.sessionArrived(std::move(session));
                                  }});
+        core.remote->start();
         core.publishDevices();
     });
 }
@@ -168,6 +184,7 @@ void AgentCore::shutDown(std::function<void()> completion) {
     onQueue([completion = std::move(completion)](AgentCore& core) {
         core.queue.assertCurrent();
         core.lan.stop();
+        core.remote->stop();
         const auto ending = core.links;  // closing one takes it out of the table
         for (const auto& [key, link] : ending)
             link->close();
@@ -224,7 +241,10 @@ void AgentCore::allowPairing(const std::string& deviceID) {
 }
 
 void AgentCore::setRemoteAccess(RemoteAccess mode) {
-    onQueue([mode](AgentCore& core) { core.defaults.set("remoteAccess", rawValue(mode)); });
+    onQueue([mode](AgentCore& core) {
+        core.queue.assertCurrent();
+        core.remote->setMode(mode);
+    });
 }
 
 void AgentCore::sendClipboard(std::string text) {
@@ -285,6 +305,18 @@ void AgentCore::sessionSecured(const std::shared_ptr<ClientSession>& session) {
     if (deviceID && !isKnown && session->pairingCode()) pairing.showCode(session);
 }
 
+void AgentCore::internetSessionArrived(const std::shared_ptr<RTCPhoneSession>& session) {
+    links[session.get()] = session;
+    session->onControl = [weak = weak_from_this(),
+                          weakSession = std::weak_ptr(session)](const Control& control) {
+        auto self = weak.lock();
+        auto link = weakSession.lock();
+        if (!self || !link) return;
+        self->queue.assertCurrent();
+        self->dispatch.dispatch(control, link, self->isActive(*link));
+    };
+}
+
 void AgentCore::linkEnded(const PhoneLink& link) {
     const auto ended = linkOf(link);
     links.erase(&link);
@@ -298,8 +330,29 @@ void AgentCore::linkEnded(const PhoneLink& link) {
 }
 
 void AgentCore::handleHello(PhoneLink& link, const Hello& hello) {
-    const auto session = std::dynamic_pointer_cast<ClientSession>(linkOf(link));
-    if (!session) return;
+    const auto known = linkOf(link);
+    if (auto session = std::dynamic_pointer_cast<ClientSession>(known)) {
+        handleLanHello(session, hello);
+    } else if (auto internet = std::dynamic_pointer_cast<RTCPhoneSession>(known)) {
+        handleInternetHello(internet, hello);
+    }
+}
+
+// Over the internet nobody pairs: there is no code, and the device ID is that of the key which the
+// phone's envelopes open with.
+void AgentCore::handleInternetHello(const std::shared_ptr<RTCPhoneSession>& session,
+                                    const Hello& hello) {
+    Admission::Facts facts;
+    facts.screenRecording = permissions.screenRecording();
+    facts.accessibility = permissions.accessibility();
+    facts.deviceID = session->deviceID();
+    facts.isTrusted = devices.isTrusted(*facts.deviceID);
+    const auto verdict = Admission::judge(hello, facts);
+    if (const auto* reason = std::get_if<Rejection>(&verdict)) return session->reject(*reason);
+    admit(session, hello);
+}
+
+void AgentCore::handleLanHello(const std::shared_ptr<ClientSession>& session, const Hello& hello) {
     const auto deviceID = session->deviceID();
     const Admission::Facts facts{permissions.screenRecording(),
                                  permissions.accessibility(),
@@ -312,6 +365,8 @@ void AgentCore::handleHello(PhoneLink& link, const Hello& hello) {
         pairing.remove(*session);
         session->reject(*reason);
     } else if (std::holds_alternative<Admission::KnownPhone>(verdict)) {
+        pairing.remove(*session);
+        lan.admitted(*session);
         admit(session, hello);
     } else if (defaults.boolean("askBeforePairing").value_or(false)) {
         pairing.ask(session, hello);
@@ -322,26 +377,27 @@ void AgentCore::handleHello(PhoneLink& link, const Hello& hello) {
 
 void AgentCore::pair(const std::shared_ptr<ClientSession>& session, const Hello& hello) {
     devices.trust(hello.deviceID, *session->peerKey(), queue.wallTime());
+    pairing.remove(*session);
+    lan.admitted(*session);
     admit(session, hello);
 }
 
-void AgentCore::admit(const std::shared_ptr<ClientSession>& session, const Hello& hello) {
-    pairing.remove(*session);
-    lan.admitted(*session);
-    if (active && active != session) active->close();
-    session->setAuthenticated(true);
-    session->setName(hello.deviceName);
+void AgentCore::admit(const std::shared_ptr<PhoneLink>& link, const Hello& hello) {
+    if (active && active != link) active->close();
+    link->setAuthenticated(true);
+    link->setName(hello.deviceName);
     devices.wasAdmitted(hello.deviceID, hello.deviceName, queue.wallTime());
     publishDevices();
-    active = session;
+    active = link;
     welcomed = false;
     videoFlow.reset();
-    streamer->setEncodes(true);
-    streamer->setSink(nullptr);
+    streamer->setEncodes(link->wantsEncodedVideo());
+    const auto internet = std::dynamic_pointer_cast<RTCPhoneSession>(link);
+    streamer->setSink(internet ? internet->pictureSink() : nullptr);
     streamer->setAudio(true);
     power.declareUserActivity(activityReason);
     streamPixels = Admission::streamPixels(hello.maxPixels);
-    startCapture(session, true);
+    startCapture(link, true);
 }
 
 void AgentCore::startCapture(const std::shared_ptr<PhoneLink>& link, bool isAdmission) {

@@ -13,6 +13,7 @@
 #include "OrvelAgent/Core/PairedDevices.h"
 #include "OrvelAgent/Core/Pairing.h"
 #include "OrvelAgent/Core/PhoneLink.h"
+#include "OrvelAgent/Core/RemotePresence.h"
 #include "OrvelAgent/Core/VideoFlow.h"
 #include "OrvelAgent/Media/ScreenStreamer.h"
 #include "OrvelAgent/Platform/HostInfo.h"
@@ -53,7 +54,7 @@ public:
         bool operator==(const Status&) const = default;
     };
 
-    enum class RemoteAccess { on, standby, off };
+    using RemoteAccess = orvel::RemoteAccess;
 
     // What the core is made of. References outlive it, queues above all.
     struct Parts {
@@ -73,6 +74,7 @@ public:
         CompressionSession::Factory compression;
         std::unique_ptr<Listener> listener;             // on `queue`
         std::unique_ptr<ServiceAdvertiser> advertiser;  // null: not advertised
+        RemotePresence::Parts remote;                   // the way in from the internet
     };
     struct Options {
         std::optional<std::string> name;  // instead of the computer's
@@ -86,8 +88,11 @@ public:
     std::function<void(Status)> onStatus;
     std::function<void(std::optional<std::string>)> onPairingCode;        // nullopt hides it
     std::function<void(std::optional<PairingRequest>)> onPairingRequest;  // nullopt: withdrawn
+    std::function<void(bool)> onRelay;             // reachable through the relay, or not
     std::function<void(std::string)> onClipboard;  // text that the phone puts on the clipboard
     std::function<void(std::vector<PairedDevice>)> onDevices;
+    // A phone has unlocked the way in from the internet until then; nullopt: locked again.
+    std::function<void(std::string name, std::optional<WallTime> until)> onUnlock;
     std::function<void(std::uint16_t port)> onListening;
 
     const std::string macName;  // the computer's name, "Mac" when it has none
@@ -122,7 +127,12 @@ private:
 
     void handleHello(PhoneLink& link, const Hello& hello) RUNS_ON(queue);
     void pair(const std::shared_ptr<ClientSession>& session, const Hello& hello) RUNS_ON(queue);
-    void admit(const std::shared_ptr<ClientSession>& session, const Hello& hello) RUNS_ON(queue);
+    void handleLanHello(const std::shared_ptr<ClientSession>& session, const Hello& hello)
+        RUNS_ON(queue);
+    void handleInternetHello(const std::shared_ptr<RTCPhoneSession>& session, const Hello& hello)
+        RUNS_ON(queue);
+    void admit(const std::shared_ptr<PhoneLink>& link, const Hello& hello) RUNS_ON(queue);
+    void internetSessionArrived(const std::shared_ptr<RTCPhoneSession>& session) RUNS_ON(queue);
     void startCapture(const std::shared_ptr<PhoneLink>& link, bool isAdmission) RUNS_ON(queue);
     void sendWelcome(PhoneLink& link, const ScreenStreamer::Display& display) RUNS_ON(queue);
     void selectDisplay(PhoneLink& link, std::uint32_t displayID) RUNS_ON(queue);
@@ -150,6 +160,7 @@ private:
     LanService lan OWNED_BY(queue);
     PairedDevices devices OWNED_BY(queue);
     Pairing pairing OWNED_BY(queue);
+    const std::shared_ptr<RemotePresence> remote OWNED_BY(queue);
     ControlDispatch dispatch OWNED_BY(queue);
     VideoFlow videoFlow OWNED_BY(queue);
 
@@ -160,8 +171,5 @@ private:
     std::optional<std::uint32_t> selectedDisplay OWNED_BY(queue);
     int streamPixels OWNED_BY(queue);
 };
-
-const char* rawValue(AgentCore::RemoteAccess mode);
-std::optional<AgentCore::RemoteAccess> remoteAccessFrom(const std::string& rawValue);
 
 }  // namespace orvel

@@ -1,5 +1,6 @@
 #include "OrvelAgent/Core/ControlDispatch.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace orvel {
@@ -28,9 +29,11 @@ struct ControlDispatch::Obey {
     void operator()(const Control::Audio& audio) const { self.streamer->setAudio(audio.on); }
     void operator()(const Control::ListDirectory& list) const {
         const auto outcome = self.files->listDirectory(
-            list.path, [weak = std::weak_ptr(link)](DirectoryListing listing) {
+            list.path,
+            [weak = std::weak_ptr(link)](DirectoryListing listing) {
                 if (const auto asking = weak.lock()) asking->sendControl({std::move(listing)});
-            });
+            },
+            std::min(link->longestControl(), FileServer::longestListing));
         if (outcome == FileServer::Outcome::refused) link->close();
     }
     void operator()(const Control::FetchFile& fetch) const {

@@ -28,6 +28,13 @@ bool PairedDevices::isTrusted(const std::string& deviceID) const {
     return trustedKeys().contains(deviceID);
 }
 
+std::optional<std::string> PairedDevices::nameOf(const std::string& deviceID) const {
+    const auto names = defaults.stringDictionary("deviceNames");
+    auto name = names ? lookUp(*names, deviceID) : std::nullopt;
+    if (name && name->empty()) name.reset();
+    return name;
+}
+
 void PairedDevices::trust(const std::string& deviceID, const Bytes& publicKey, WallTime now) {
     auto keys = trustedKeys();
     keys[deviceID] = publicKey;

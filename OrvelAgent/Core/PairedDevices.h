@@ -35,6 +35,9 @@ public:
     // Only the trust: names and dates stay, and return when the same phone pairs again.
     void forgetAll();
 
+    // The name of its last admitted hello; nullopt: none, or an empty one.
+    std::optional<std::string> nameOf(const std::string& deviceID) const;
+
     // Newest last seen first; never seen last.
     std::vector<PairedDevice> list() const;
     // The trusted keys themselves, by device ID.

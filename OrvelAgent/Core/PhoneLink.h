@@ -27,6 +27,8 @@ public:
     // True: it takes encoded frames by sendVideo(). False: it takes pixels by the streamer's sink.
     virtual bool wantsEncodedVideo() const = 0;
     virtual bool isInternet() const = 0;
+    // The JSON of a longer control does not leave.
+    virtual std::size_t longestControl() const = 0;
     // Bytes of file frames given to sendFile() and not yet sent.
     virtual std::int64_t fileBacklog() const = 0;
 

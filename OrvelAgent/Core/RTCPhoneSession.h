@@ -67,6 +67,7 @@ public:
     std::optional<std::string> deviceID() const override { return phoneID; }
     bool wantsEncodedVideo() const override { return false; }
     bool isInternet() const override { return true; }
+    std::size_t longestControl() const override { return maxControlBytes; }
     std::int64_t fileBacklog() const override;
     void sendAudio(const AudioPacket& packet) override;
     void sendControl(const Control& control) override;

@@ -21,6 +21,7 @@
 #include "OrvelAgent/Platform/Fake/FakeWorkspace.h"
 #include "OrvelKit/Base/FakeDefaults.h"
 #include "OrvelKit/Base/MemorySecretStore.h"
+#include "Tests/Agent/FakeRelay.h"
 
 namespace orvel {
 
@@ -44,7 +45,7 @@ public:
             {queue, captureQueue, audioQueue, filesQueue, mainQueue, defaults, secrets, permissions,
              power, host, poster, files, std::make_unique<FakeScreenSource>(captureQueue, screen),
              compression->factory(), std::make_unique<FakeListener>(queue, port),
-             std::move(advertiser)},
+             std::move(advertiser), relay.parts()},
             options);
         model = std::make_shared<AgentModel>(AgentModel::Parts{
             mainQueue, core, defaults, permissions, power, pasteboard, workspace, textFocus});
@@ -55,6 +56,10 @@ public:
         };
         model->onPairingRequest = [this](auto& value) {
             news.push_back(headlessLine::pairingRequest(value));
+        };
+        model->onRelay = [this](bool joined) { news.push_back(headlessLine::relay(joined)); };
+        model->onUnlock = [this](auto& name, auto& until) {
+            news.push_back(headlessLine::unlock(name, until));
         };
         model->onClipboard = [this](auto& text) { news.push_back(headlessLine::clipboard(text)); };
         model->onDevices = [this](auto& value) { news.push_back(headlessLine::devices(value)); };
@@ -117,6 +122,7 @@ public:
     FakeTextFocus textFocus;
     SerialQueue mainQueue, captureQueue, audioQueue, filesQueue, queue;
     FakePasteboard pasteboard{mainQueue};
+    FakeRelay relay{time, queue};
     std::shared_ptr<FakeScreen> screen;           // once started
     FakeServiceAdvertiser* advertised = nullptr;  // likewise; lives as long as the core
     std::shared_ptr<AgentCore> core;
