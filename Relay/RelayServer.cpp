@@ -149,7 +149,7 @@ struct RelayServer::State : std::enable_shared_from_this<State> {
         if (!isFunction && path != "/auth/v1/signup" && path != "/auth/v1/token") {
             return answer(exchange, http::status::not_found, R"({"message":"not found"})");
         }
-        if (request.method() == http::verb::options && isFunction) {
+        if (request.method() == http::verb::options) {  // a browser asks before the page may
             return answer(exchange, http::status::ok, "ok");
         }
         if (request.method() != http::verb::post) {
@@ -232,6 +232,7 @@ struct RelayServer::State : std::enable_shared_from_this<State> {
         exchange->response.set(http::field::access_control_allow_origin, "*");
         exchange->response.set(http::field::access_control_allow_headers,
                                "authorization, apikey, content-type, x-client-info");
+        exchange->response.set(http::field::access_control_allow_methods, "POST");
         exchange->response.keep_alive(false);
         exchange->response.body() = std::move(body);
         exchange->response.prepare_payload();

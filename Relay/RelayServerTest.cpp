@@ -191,6 +191,8 @@ TEST_F(RelayServerTest, answersRequestsAsTheServiceDoes) {
         {"POST", "/auth/v1/token?grant_type=refresh_token", key, R"({"refresh_token":"a"})", 400,
          "refresh_token_not_found"},
         {"OPTIONS", "/functions/v1/tarno-turn", {}, "", 200, ""},
+        {"OPTIONS", "/auth/v1/signup", {}, "", 200, ""},
+        {"OPTIONS", "/auth/v1/token?grant_type=refresh_token", {}, "", 200, ""},
         {"POST", "/functions/v1/tarno-turn", key, "", 401, "Missing authorization header"},
         {"POST",
          "/functions/v1/tarno-turn",
