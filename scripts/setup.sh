@@ -52,12 +52,22 @@ setUp() {
 }
 
 # setUpClients: the phone in a browser and what drives it, and other people's clients of the relay, against
-# which it is tested. Without them those tests are skipped.
+# which it is tested, and a TURN server. Without them those tests are skipped.
 setUpClients() {
     local folder
     for folder in Phone/web Tests/Web Tests/Relay; do
         (setUpPackages "$folder") || say "their tests will be skipped"
     done
+    setUpTurnServer
+}
+
+# setUpTurnServer: unpacked only: installed it would be a service, open to everybody.
+setUpTurnServer() {
+    local folder=$root/build/coturn
+    if [[ -x $folder/usr/bin/turnserver ]]; then return 0; fi
+    mkdir -p "$folder"
+    (cd "$folder" && apt-get -q download coturn && dpkg-deb -x coturn_*.deb .) >"$folder/apt.log" 2>&1 ||
+        say "no TURN server to be had, its test will be skipped: $(tail -n 1 "$folder/apt.log")"
 }
 
 # setUpPackages FOLDER: the packages of node that it lists; instant when they are there.

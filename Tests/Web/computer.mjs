@@ -1,7 +1,9 @@
 // A real computer for the page: an X server, the agent and the relay as they were built, each a process of its
 // own. ORVEL_BUILD is where the programs are, else build/dev.
 import { spawn, spawnSync } from "node:child_process";
-import { closeSync, existsSync, mkdirSync, mkdtempSync, openSync, readFileSync, rmSync } from "node:fs";
+import { createSocket } from "node:dgram";
+import { once } from "node:events";
+import { closeSync, existsSync, mkdirSync, mkdtempSync, openSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { fileURLToPath } from "node:url";
@@ -10,13 +12,15 @@ const build = process.env.ORVEL_BUILD ?? fileURLToPath(new URL("../../build/dev"
 const programs = ["orvel-agent", "orvel-phone", "orvel-relay"].map((name) => join(build, name));
 const [agentProgram, phoneProgram, relayProgram] = programs;
 
-const installed = (name) => process.env.PATH.split(":").some((folder) => existsSync(join(folder, name)));
+const turnServer = fileURLToPath(new URL("../../build/coturn/usr/bin/turnserver", import.meta.url));
 
-// What is missing here, or false.
+const installed = (name) => (process.env.PATH ?? "").split(":").some((folder) => existsSync(join(folder, name)));
+
+// What is missing here, or false. Of the tools "turnserver" is that of ./orvel setup.
 export function missing(...tools) {
   const program = programs.find((path) => !existsSync(path));
   if (program) return `${program.split("/").pop()} is not built`;
-  const tool = ["Xvfb", ...tools].find((name) => !installed(name));
+  const tool = ["Xvfb", ...tools].find((name) => (name === "turnserver" ? !existsSync(turnServer) : !installed(name)));
   return tool ? `no ${tool} here` : false;
 }
 
@@ -95,9 +99,10 @@ export class Computer {
   #programs = []; // in the order in which they were started
   #env;
 
-  // `relay` are more options of the relay, `defaults` user defaults of the agent; `sound` is to be had where a
-  // sound server is installed (hasSound). When it fails, what was started is still stopped by stop().
-  async start({ relay = [], defaults = {}, sound = false } = {}) {
+  // `defaults` are user defaults of the agent. `sound` is to be had where a sound server is installed (hasSound);
+  // `turn` starts a TURN server, which the relay then names. When it fails, what was started is still stopped by
+  // stop().
+  async start({ defaults = {}, sound = false, turn = false } = {}) {
     mkdirSync(this.home);
     this.#env = {
       ...process.env, HOME: this.home, TMPDIR: this.scratch, XDG_RUNTIME_DIR: this.scratch, LC_ALL: "C.UTF-8",
@@ -113,7 +118,7 @@ export class Computer {
 
     this.hasSound = sound && (await this.#startSound());
 
-    this.relay = this.run(relayProgram, ["--port", "0", ...relay]);
+    this.relay = this.run(relayProgram, ["--port", "0", ...(turn ? await this.#startTurn() : [])]);
     const port = await this.relay.event(({ listening }) => listening?.port, "its port");
     this.project = { url: `http://127.0.0.1:${port}`, key: "local" };
     Object.assign(this.#env, { ORVEL_PROJECT_URL: this.project.url, ORVEL_PROJECT_KEY: this.project.key });
@@ -143,6 +148,38 @@ export class Computer {
     this.#env.PULSE_SERVER = `unix:${socket}`;
     await until(() => spawnSync("pactl", ["info"], { env: this.#env }).status === 0, "a sound server");
     return true;
+  }
+
+  // Resolves to the relay's options for it.
+  async #startTurn() {
+    // It takes no port 0. Nobody else is given this one soon.
+    const probe = createSocket("udp4").bind(0, "127.0.0.1");
+    await once(probe, "listening");
+    const { port } = probe.address();
+    await new Promise((resolve) => probe.close(resolve));
+    const [file, secretFile] = [join(this.scratch, "turn.conf"), join(this.scratch, "turn.secret")];
+    writeFileSync(secretFile, "north\n");
+    writeFileSync(file, `listening-ip=127.0.0.1
+relay-ip=127.0.0.1
+listening-port=${port}
+realm=orvel
+use-auth-secret
+static-auth-secret=north
+allow-loopback-peers
+no-cli
+no-tls
+no-dtls
+relay-threads=1
+log-file=stdout
+simple-log
+verbose
+new-log-timestamp
+userdb=${this.scratch}/turn.db
+pidfile=${this.scratch}/turn.pid
+`);
+    this.turn = this.run(turnServer, ["-c", file]);
+    await until(() => this.turn.lines.some((line) => line.includes("UDP listener opened")), () => `a TURN server: ${this.turn.lines.join("\n")}`);
+    return ["--turn", `turn:127.0.0.1:${port}`, "--turn-secret-file", secretFile];
   }
 
   // Pairs a phone as its owner does, who reads the digits here and types them there. Resolves to what the page
