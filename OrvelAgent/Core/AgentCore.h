@@ -160,7 +160,7 @@ private:
     LanService lan OWNED_BY(queue);
     PairedDevices devices OWNED_BY(queue);
     Pairing pairing OWNED_BY(queue);
-    const std::shared_ptr<RemotePresence> remote OWNED_BY(queue);
+    const std::shared_ptr<RemotePresence> remote;
     ControlDispatch dispatch OWNED_BY(queue);
     VideoFlow videoFlow OWNED_BY(queue);
 
