@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/asio/ip/host_name.hpp>
 
+#include "OrvelKit/Relay/Url.h"
 #include "Phone/Commands/Command.h"
 #include "Phone/PhoneState.h"
 
@@ -51,6 +52,24 @@ int PhoneProgram::run(std::vector<std::string> arguments, Console& console,
     app.add_option("--agent", settings.wish.agent, "The computer by its name or device ID");
     app.add_option("--name", settings.phoneName, "What this phone calls itself");
     app.add_flag("--json", settings.json, "Results as JSON, one object a line");
+    InternetWish wish;
+    bool overInternet = false;
+    auto* internet =
+        app.add_flag("--internet", overInternet,
+                     "Reach the computer, a paired one, over the internet, through a relay");
+    internet->excludes(host);
+    app.add_option("--relay", wish.relay,
+                   "The relay's address, http or ws (as in ORVEL_PROJECT_URL)")
+        ->needs(internet)
+        ->check([](const std::string& text) {
+            const auto url = Url::parse(text);
+            return url && !url->host().empty() ? std::string() : text + " is no address";
+        });
+    app.add_option("--relay-key", wish.relayKey,
+                   "Its key (as in ORVEL_PROJECT_KEY; \"local\" beside --relay)")
+        ->needs(internet);
+    app.add_flag("--unlock", wish.unlocks, "A computer in standby is unlocked for the session")
+        ->needs(internet);
     addDiscover(app, chosen);
     addPair(app, chosen);
     addWatch(app, chosen);
@@ -70,10 +89,16 @@ int PhoneProgram::run(std::vector<std::string> arguments, Console& console,
     try {
         std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
         app.parse(std::move(arguments));
+        for (const char* local : {"pair", "discover"}) {
+            if (overInternet && app.got_subcommand(local)) {
+                throw CLI::ValidationError(local, "works on the local network only");
+            }
+        }
     } catch (const CLI::ParseError& error) {
         return usage(app, error, console);
     }
     try {
+        if (overInternet) settings.internet = wish;
         settings.wish.forPairing = app.got_subcommand("pair");
         CommandContext context{settings, console};
         chosen(context);

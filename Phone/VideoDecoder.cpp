@@ -3,7 +3,6 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/imgutils.h>
-#include <libswscale/swscale.h>
 }
 
 #include <algorithm>
@@ -24,9 +23,6 @@ struct FreePacket {
 struct FreeFrame {
     void operator()(AVFrame* frame) const { av_frame_free(&frame); }
 };
-struct FreeScaler {
-    void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
-};
 
 // Only running out of memory makes these null.
 template <class T>
@@ -35,15 +31,15 @@ T* allocated(T* pointer) {
     return pointer;
 }
 
-int matrixOf(const AVFrame& frame) {
+YuvMatrix matrixOf(const AVFrame& frame) {
     switch (frame.colorspace) {
         case AVCOL_SPC_BT709:
-            return SWS_CS_ITU709;
+            return YuvMatrix::bt709;
         case AVCOL_SPC_BT2020_NCL:
         case AVCOL_SPC_BT2020_CL:
-            return SWS_CS_BT2020;
+            return YuvMatrix::bt2020;
         default:
-            return SWS_CS_ITU601;
+            return YuvMatrix::bt601;
     }
 }
 
@@ -145,22 +141,9 @@ std::uint8_t VideoDecoder::luma(int x, int y) const {
 
 Picture VideoDecoder::picture() const {
     const AVFrame& frame = *codec->shown;
-    Picture picture{frame.width, frame.height, {}};
-    if (!hasPicture()) return picture;
-    picture.rgb.resize(static_cast<std::size_t>(frame.width) *
-                       static_cast<std::size_t>(frame.height) * 3);
-    const bool isFull = frame.color_range == AVCOL_RANGE_JPEG;
-    const std::unique_ptr<SwsContext, FreeScaler> scaler(allocated(sws_getContext(
-        frame.width, frame.height, AV_PIX_FMT_YUV420P, frame.width, frame.height, AV_PIX_FMT_RGB24,
-        SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr, nullptr, nullptr)));
-    const int* matrix = sws_getCoefficients(matrixOf(frame));
-    constexpr int unchanged = 1 << 16;
-    sws_setColorspaceDetails(scaler.get(), matrix, isFull ? 1 : 0,
-                             sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, unchanged, unchanged);
-    std::uint8_t* rows[] = {picture.rgb.data()};
-    const int strides[] = {frame.width * 3};
-    sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, rows, strides);
-    return picture;
+    const YuvPlanes planes{frame.width,   frame.height,      frame.data[0],    frame.data[1],
+                           frame.data[2], frame.linesize[0], frame.linesize[1]};
+    return rgbFrom(planes, matrixOf(frame), frame.color_range == AVCOL_RANGE_JPEG);
 }
 
 }  // namespace orvel::phone

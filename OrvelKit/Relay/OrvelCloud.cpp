@@ -13,7 +13,9 @@ std::string fromEnvironment(const char* name, const char* compiledIn) {
     return value ? value : compiledIn;
 }
 
-std::optional<RelayProject> deployedProject() {
+}  // namespace
+
+std::optional<RelayProject> OrvelCloud::deployedProject() {
     auto url = fromEnvironment("ORVEL_PROJECT_URL", ORVEL_PROJECT_URL);
     auto key = fromEnvironment("ORVEL_PROJECT_KEY", ORVEL_PROJECT_KEY);
     const bool wanted = !url.empty() && !key.empty();
@@ -23,8 +25,6 @@ std::optional<RelayProject> deployedProject() {
     }
     return project;
 }
-
-}  // namespace
 
 OrvelCloud::OrvelCloud(Defaults& userDefaults) : OrvelCloud(userDefaults, deployedProject()) {}
 

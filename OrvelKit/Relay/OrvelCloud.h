@@ -25,6 +25,9 @@ public:
     std::optional<RelayConfig> relay() const;     // nullopt: the local network only
     std::optional<RelayProject> project() const;  // nullopt: no accounts, no TURN servers
 
+    // The project of this build and its environment, whatever the user defaults say.
+    static std::optional<RelayProject> deployedProject();
+
     // The two public STUN servers (CMake cache entries), as addresses.
     static std::vector<std::string> stunServers();
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "OrvelKit/Relay/OrvelCloud.h"
+
 namespace orvel::phone {
 
 namespace {
@@ -26,6 +28,20 @@ std::unique_ptr<PhoneConnection> connectTo(const Identity& identity, AgentTarget
     return nullptr;
 }
 
+std::optional<RelayConfig> relayFor(const InternetWish& wish) {
+    if (!wish.relay) {
+        auto project = OrvelCloud::deployedProject();
+        if (!project) return std::nullopt;
+        if (wish.relayKey) project->anonymousKey = *wish.relayKey;
+        return RelayConfig(*project);
+    }
+    const std::string key = wish.relayKey.value_or("local");
+    const auto url = Url::parse(*wish.relay);
+    if (url && (url->scheme() == "ws" || url->scheme() == "wss")) return RelayConfig(*url, key);
+    const auto project = RelayProject::from(*wish.relay, key);
+    return project ? std::optional(RelayConfig(*project)) : std::nullopt;
+}
+
 }  // namespace
 
 AgentSession::Choice AgentSession::choose(const CommandContext& context) {
@@ -34,7 +50,15 @@ AgentSession::Choice AgentSession::choose(const CommandContext& context) {
     for (const std::string& warning : choice.state->warnings())
         context.console.remark(warning);
     choice.known = choice.state->agents();
-    AgentChoice made = AgentChoice::make(settings.wish, choice.known, settings.discover);
+    AgentChoice made =
+        AgentChoice::make(settings.wish, choice.known,
+                          settings.internet ? [] { return Discovered{}; } : settings.discover);
+    if (settings.internet && !(made.target && made.target->expected)) {
+        throw CommandError(
+            "Over the internet only paired computers are reached: pair it on its own network "
+            "first, with `orvel-phone pair`.");
+    }
+
     if (!made.target) throw CommandError(made.problem);
     choice.target = *std::move(made.target);
     return choice;
@@ -82,6 +106,50 @@ AgentSession AgentSession::open(const CommandContext& context, Choice choice, bo
     return session;
 }
 
+AgentSession AgentSession::openOverInternet(const CommandContext& context, Choice choice,
+                                            PictureHandler onPicture) {
+    const InternetWish& wish = context.settings.internet.value();
+    const KnownAgent& agent = choice.target.expected.value();
+    const auto relay = relayFor(wish);
+    if (!relay) {
+        throw CommandError(
+            "There is no relay to meet on: name one with --relay, or in ORVEL_PROJECT_URL and "
+            "ORVEL_PROJECT_KEY.");
+    }
+    AgentSession session;
+    session.console = &context.console;
+    session.phoneName = context.settings.phoneName;
+    session.phoneState = std::move(choice.state);
+    session.agentName = agent.name;
+    session.agentAddress = {agent.host, agent.port};
+    session.knownAgent = agent;
+    session.remote = std::make_unique<InternetConnection>(session.phoneState->identity(),
+                                                          agent.publicKey, *relay);
+    session.remote->onPicture = std::move(onPicture);
+    using Outcome = InternetConnection::Outcome;
+    switch (session.remote->connect(wish.unlocks ? InternetConnection::Unlock::yes
+                                                 : InternetConnection::Unlock::no)) {
+        case Outcome::connected:
+            break;
+        case Outcome::standby:
+            throw CommandError(agent.name + " is in standby: --unlock opens it for a session.");
+        case Outcome::noAnswer:
+            throw CommandError(agent.name + " does not answer on the relay " + relay->url.host() +
+                               ".");
+        case Outcome::noConnection:
+            throw session.endedError();
+    }
+    return session;
+}
+
+AgentLink& AgentSession::link() const {
+    return remote ? *remote : static_cast<AgentLink&>(*connection);
+}
+
+Bytes AgentSession::agentKey() const {
+    return remote ? knownAgent->publicKey : connection->agentKey();
+}
+
 AgentSession::Admission AgentSession::admit(std::int64_t maxPixels, Duration patience) {
     if (!knownAgent) throw rejectedError(Rejection::pinRequired);
     return greet(std::nullopt, maxPixels, patience, [] {});
@@ -95,16 +163,21 @@ AgentSession::Admission AgentSession::admitWithCode(std::int64_t maxPixels, Dura
 AgentSession::Admission AgentSession::greet(std::optional<std::string> code, std::int64_t maxPixels,
                                             Duration patience,
                                             const std::function<void()>& onWaiting) {
-    Hello hello = connection->hello(phoneName, std::move(code));
+    const Identity& identity = phoneState->identity();
+    Hello hello;
+    hello.deviceID = identity.fingerprint();
+    hello.deviceName = phoneName;
+    hello.pin = std::move(code);
+    hello.publicKey = identity.publicKey();
     hello.maxPixels = maxPixels;
-    connection->send({hello});
+    link().send({hello});
     const MonotonicTime begin = std::chrono::steady_clock::now();
     Admission admission;
     bool saidWaiting = false;
     for (;;) {
-        auto event = connection->next(1s);
+        auto event = link().next(1s);
         if (!event) {
-            if (connection->closed()) throw endedError();
+            if (link().closed()) throw endedError();
             if (std::chrono::steady_clock::now() - begin > patience) {
                 throw CommandError(agentName + " does not answer.");
             }
@@ -127,15 +200,16 @@ AgentSession::Admission AgentSession::greet(std::optional<std::string> code, std
 }
 
 void AgentSession::accept(const Welcome& welcome) {
-    if (welcome.agentKey && *welcome.agentKey != connection->agentKey()) {
+    if (welcome.agentKey && *welcome.agentKey != agentKey()) {
         throw CommandError("The computer names another key than the one it has shown.");
     }
     if (welcome.protocolVersion.value_or(Orvel::protocolVersion) < Orvel::protocolVersion) {
         throw rejectedError(Rejection::versionMismatch);
     }
     agentName = welcome.macName;
-    KnownAgent agent{connection->agentID(), connection->agentKey(), welcome.macName,
-                     agentAddress.host,     agentAddress.port,      {}};
+    const Bytes key = agentKey();
+    KnownAgent agent{Identity::fingerprint(key), key, welcome.macName, agentAddress.host,
+                     agentAddress.port,          {}};
     try {
         phoneState->remember(agent);
     } catch (const PhoneState::Error& error) {
@@ -146,20 +220,20 @@ void AgentSession::accept(const Welcome& welcome) {
 }
 
 Welcome AgentSession::selectDisplay(std::uint32_t id) {
-    connection->send({Control::SelectDisplay{id}});
+    link().send({Control::SelectDisplay{id}});
     const MonotonicTime deadline = std::chrono::steady_clock::now() + 30s;
-    while (auto event = connection->next(deadline - std::chrono::steady_clock::now())) {
+    while (auto event = link().next(deadline - std::chrono::steady_clock::now())) {
         if (const auto* welcome = event->as<Welcome>()) return *welcome;
         if (const auto* rejected = event->as<Control::Rejected>()) {
             throw rejectedError(rejected->reason);
         }
     }
-    if (connection->closed()) throw endedError();
+    if (link().closed()) throw endedError();
     throw CommandError(agentName + " does not answer.");
 }
 
 CommandError AgentSession::endedError() const {
-    const auto closed = connection->closed();
+    const auto closed = link().closed();
     return CommandError(agentName + ": " + (closed ? closed->describe() : "It does not answer."));
 }
 

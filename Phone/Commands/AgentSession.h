@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Phone/Commands/Command.h"
+#include "Phone/InternetConnection.h"
 #include "Phone/PhoneConnection.h"
 #include "Phone/PhoneState.h"
 
@@ -32,7 +33,15 @@ public:
     static AgentSession open(const CommandContext& context, Choice choice,
                              bool replacesKey = false);
 
-    PhoneConnection& phone() { return *connection; }
+    // Finds the paired computer on the relay and connects through it, as the settings say. With
+    // `onPicture`: see InternetConnection.
+    using PictureHandler = std::function<void(const RtcPhone::Picture&)>;
+    static AgentSession openOverInternet(const CommandContext& context, Choice choice,
+                                         PictureHandler onPicture = {});
+
+    AgentLink& link() const;
+    PhoneConnection& phone() { return *connection; }    // of open() only
+    InternetConnection& internet() { return *remote; }  // of openOverInternet() only
     PhoneState& state() { return *phoneState; }
     const std::string& name() const { return agentName; }
     const AgentAddress& address() const { return agentAddress; }
@@ -62,11 +71,13 @@ private:
     Admission greet(std::optional<std::string> code, std::int64_t maxPixels, Duration patience,
                     const std::function<void()>& onWaiting);
     void accept(const Welcome& welcome);
+    Bytes agentKey() const;
 
     Console* console = nullptr;
     std::string phoneName;
     std::unique_ptr<PhoneState> phoneState;
-    std::unique_ptr<PhoneConnection> connection;
+    std::unique_ptr<PhoneConnection> connection;  // either this
+    std::unique_ptr<InternetConnection> remote;   // or this
     std::string agentName;
     AgentAddress agentAddress;
     std::optional<KnownAgent> knownAgent;

@@ -12,12 +12,20 @@
 
 namespace orvel::phone {
 
+// The way over the internet, when the user wants it.
+struct InternetWish {
+    std::optional<std::string> relay;  // a project's address, or a websocket's
+    std::optional<std::string> relayKey;
+    bool unlocks = false;
+};
+
 // What holds for every command.
 struct Settings {
     std::string stateFolder;
     std::string phoneName;
     AgentWish wish;
     bool json = false;
+    std::optional<InternetWish> internet;  // nullopt: the local network
     // What looks for computers on the network.
     AgentChoice::Discover discover;
 };

@@ -21,10 +21,12 @@ ControlSession ControlSession::open(const CommandContext& context) {
     ControlSession session;
     auto choice = AgentSession::choose(context);
     if (session.share(context, choice)) return session;
-    session.ownSession = AgentSession::open(context, std::move(choice));
+    session.ownSession = context.settings.internet
+                             ? AgentSession::openOverInternet(context, std::move(choice))
+                             : AgentSession::open(context, std::move(choice));
     session.agentWelcome = session.ownSession->admit(leastPixels, 60s).welcome;
     session.agentName = printable(session.ownSession->name());
-    session.ownSession->phone().send({Control::Audio{false}});
+    session.ownSession->link().send({Control::Audio{false}});
     return session;
 }
 
@@ -41,7 +43,7 @@ bool ControlSession::share(const CommandContext& context, const AgentSession::Ch
 }
 
 AgentLink& ControlSession::link() {
-    return sharedLink ? *sharedLink : static_cast<AgentLink&>(ownSession->phone());
+    return sharedLink ? *sharedLink : ownSession->link();
 }
 
 std::optional<AgentLink::Event> ControlSession::next(Duration timeout) {

@@ -1,4 +1,5 @@
 #include <memory>
+#include <mutex>
 
 #include "Phone/Commands/AgentSession.h"
 #include "Phone/Interrupt.h"
@@ -12,6 +13,7 @@ using namespace std::chrono_literals;
 
 constexpr Duration firstPatience = 15s;  // for any picture
 constexpr Duration sharpPatience = 1s;   // for a better one after that
+constexpr Duration settlePatience = 2s;  // the same over the internet
 // An agent sharpens a picture that has been still for 0.4 s; any other keyframe comes closer to
 // the frame before, or with its time.
 constexpr std::uint64_t stillMicros = 300'000;
@@ -21,7 +23,58 @@ struct ShotOptions {
     std::int64_t maxPixels = 3840;
 };
 
+void save(CommandContext& context, const Picture& picture, const std::string& path) {
+    const std::string problem = writePng(picture, path);
+    if (!problem.empty()) throw CommandError(path + " cannot be written: " + problem + ".");
+    context.console.say(path + ": " + std::to_string(picture.width) + "x" +
+                        std::to_string(picture.height));
+}
+
+// Over the internet nothing says when a picture is as sharp as it gets, so what counts is time.
+class NewestPicture {
+public:
+    void take(const RtcPhone::Picture& next) {
+        const YuvPlanes planes{next.width, next.height,     next.luma,        next.cb,
+                               next.cr,    next.lumaStride, next.chromaStride};
+        Picture converted = rgbFrom(planes);
+        const std::lock_guard hold(mutex);
+        picture = std::move(converted);
+    }
+    std::optional<Picture> get() const {
+        const std::lock_guard hold(mutex);
+        return picture;
+    }
+
+private:
+    mutable std::mutex mutex;
+    std::optional<Picture> picture;
+};
+
+void shotOverInternet(CommandContext& context, const ShotOptions& options) {
+    const Interrupt interrupt;
+    NewestPicture newest;
+    AgentSession session = AgentSession::openOverInternet(
+        context, AgentSession::choose(context),
+        [&newest](const RtcPhone::Picture& picture) { newest.take(picture); });
+    session.admit(options.maxPixels, 60s);
+    session.link().send({Control::Audio{false}});
+    const MonotonicTime begin = std::chrono::steady_clock::now();
+    std::optional<MonotonicTime> first;
+    for (;;) {
+        session.link().next(50ms);
+        const MonotonicTime now = std::chrono::steady_clock::now();
+        if (!first && newest.get()) first = now;
+        if (interrupt.isRequested() || session.link().closed()) break;
+        if (now >= (first ? *first + settlePatience : begin + firstPatience)) break;
+    }
+    const auto picture = newest.get();
+    if (!picture && session.link().closed()) throw session.endedError();
+    if (!picture) throw CommandError(session.name() + " sends no picture.");
+    save(context, *picture, options.path);
+}
+
 void shot(CommandContext& context, const ShotOptions& options) {
+    if (context.settings.internet) return shotOverInternet(context, options);
     const Interrupt interrupt;
     AgentSession session = AgentSession::open(context);
     auto admission = session.admit(options.maxPixels, 60s);
@@ -51,13 +104,7 @@ void shot(CommandContext& context, const ShotOptions& options) {
         if (session.phone().closed()) break;
     }
     if (!decoder.hasPicture()) throw CommandError(session.name() + " sends no picture.");
-    const Picture picture = decoder.picture();
-    const std::string problem = writePng(picture, options.path);
-    if (!problem.empty()) {
-        throw CommandError(options.path + " cannot be written: " + problem + ".");
-    }
-    context.console.say(options.path + ": " + std::to_string(picture.width) + "x" +
-                        std::to_string(picture.height));
+    save(context, decoder.picture(), options.path);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "OrvelKit/Base/Json.h"
 #include "OrvelKit/Base/Unicode.h"
 #include "Phone/Commands/AgentSession.h"
+#include "Phone/Commands/WatchOptions.h"
 #include "Phone/Interrupt.h"
 #include "Phone/LatencyMeasurement.h"
 #include "Phone/LatencyProbe.h"
@@ -24,18 +25,6 @@ using namespace std::chrono_literals;
 constexpr Duration firstPatience = 15s;       // for the first picture
 constexpr Duration keyframePatience = 500ms;  // before a keyframe is asked for again
 constexpr double frameMilliseconds = 1000.0 / 60;
-
-struct WatchOptions {
-    std::optional<double> seconds;
-    std::string film;
-    std::int64_t maxPixels = 1920;
-    std::optional<std::uint32_t> display;
-    std::string audio = "on";
-    bool events = false;
-    bool latencyProbe = false;
-    std::size_t samples = 200;
-    std::vector<int> probeAt{32, 32};
-};
 
 MonotonicTime now() {
     return std::chrono::steady_clock::now();
@@ -316,6 +305,8 @@ private:
     MonotonicTime nextKeyframeRequest{};
 };
 
+}  // namespace
+
 void selectDisplay(AgentSession& session, AgentSession::Admission& admission, std::uint32_t id) {
     if (admission.welcome.displayID == id) return;
     bool exists = false;
@@ -333,7 +324,10 @@ void selectDisplay(AgentSession& session, AgentSession::Admission& admission, st
     }
 }
 
+namespace {
+
 void watch(CommandContext& context, const WatchOptions& options) {
+    if (context.settings.internet) return watchOverInternet(context, options);
     AgentSession session = AgentSession::open(context);
     auto admission = session.admit(options.maxPixels, 60s);
     if (options.audio == "off") session.phone().send({Control::Audio{false}});

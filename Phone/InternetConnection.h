@@ -1,0 +1,111 @@
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "OrvelKit/Base/SerialQueue.h"
+#include "OrvelKit/Relay/RealtimeChannel.h"
+#include "OrvelKit/Relay/SignalMessage.h"
+#include "OrvelKit/Secure/Identity.h"
+#include "Phone/AgentLink.h"
+#include "Phone/Rtc/RtcPhone.h"
+
+namespace orvel::phone {
+
+// The phone's end of one connection to a paired agent over the internet: they find each other on
+// the relay, then talk by WebRTC. Every call blocks at most for the time that it is given and may
+// come from any thread; what arrives waits until next() or waitFor() takes it.
+//
+//     InternetConnection phone(identity, agentKey, relay);
+//     switch (phone.connect(Unlock::no)) { ... }
+//     phone.send({hello});
+//     const auto welcome = phone.waitFor<Welcome>(5s);
+//
+// What makes no sense on a data channel is dropped. Video never comes as an event, but decoded, to
+// onPicture. WebRTC cannot be told to wait: when 64 MiB lie here untaken, the connection ends.
+class InternetConnection : public AgentLink {
+public:
+    // Whether the phone's user wants a computer in standby unlocked.
+    enum class Unlock { no, yes };
+    enum class Outcome {
+        connected,
+        standby,      // the computer is there and has to be unlocked first
+        noAnswer,     // of the relay, or of the computer on it: it is off, not there, or does not
+                      // know this phone
+        noConnection  // the computer answered, but no way to it was found, or it went: see closed()
+    };
+
+    // `agentKey`: the paired agent's, 32 bytes.
+    InternetConnection(Identity identity, Bytes agentKey, RelayConfig relay);
+    ~InternetConnection() override;  // close()
+    InternetConnection(const InternetConnection&) = delete;
+    InternetConnection& operator=(const InternetConnection&) = delete;
+
+    // A picture has been decoded: on a thread of the library. Installed before connect(); without
+    // it no video is asked for.
+    std::function<void(const RtcPhone::Picture&)> onPicture;
+
+    // Finds the agent and opens the data channels; once, before anything else. Whatever is not
+    // `connected` is the end.
+    Outcome connect(Unlock unlock, Duration meeting = std::chrono::seconds(10),
+                    Duration opening = std::chrono::seconds(20));
+
+    void send(const Control& control) override;
+    std::optional<Event> next(Duration timeout) override;
+    std::optional<Closed> closed() const override;
+
+    // What the library has counted of the video; nullopt when it does not tell in time.
+    std::optional<RtcPhone::VideoStatistics> videoStatistics(Duration timeout = defaultTimeout);
+
+    // Says goodbye and waits for the agent to end its side, at the latest for `patience`.
+    void close(Duration patience = std::chrono::seconds(1));
+
+private:
+    enum class Stage { meeting, opening, open };
+    using Lock = std::unique_lock<std::mutex>;
+
+    void probe() RUNS_ON(queue);
+    void received(const Bytes& payload) RUNS_ON(queue);
+    void obey(const SignalMessage& message) RUNS_ON(queue);
+    void offer() RUNS_ON(queue);
+    void say(const SignalMessage& message) RUNS_ON(queue);
+    void channelChanged(RtcPhone::Channel which, bool isOpen) RUNS_ON(queue);
+    void stateChanged(RtcPhone::State state) RUNS_ON(queue);
+    void messageCame(RtcPhone::Channel which, const Bytes& message) RUNS_ON(queue);
+    void deliver(Event::Case value, std::size_t size);
+    void end(Closed why);
+    void settle(Outcome result);
+    template <class Body>
+    void runAndWait(Body body);
+
+    const Identity identity;
+    const Bytes agentKey;
+    const std::string agentID, session;
+    const RelayConfig relay;
+
+    RtcPhones library;
+    std::unique_ptr<SerialQueue> ownQueue;
+    SerialQueue& queue;
+    std::shared_ptr<RealtimeChannel> channel OWNED_BY(queue);
+    std::unique_ptr<RtcPhone> rtc OWNED_BY(queue);
+    Timer nextProbe OWNED_BY(queue);
+    Stage stage OWNED_BY(queue) = Stage::meeting;
+    Unlock unlocks OWNED_BY(queue) = Unlock::no;
+    int openChannels OWNED_BY(queue) = 0;
+
+    mutable std::mutex mutex;
+    mutable std::condition_variable changed;
+    std::deque<std::pair<Event, std::size_t>> waiting;
+    std::size_t waitingBytes = 0;
+    std::optional<Closed> ended;
+    std::optional<Outcome> outcome;
+    bool hasMet = false;
+    bool isControlClosed = false;
+};
+
+}  // namespace orvel::phone

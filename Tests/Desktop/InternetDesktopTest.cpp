@@ -1,0 +1,91 @@
+// The real programs away from home: relay, agent and phone, which share nothing but the relay once
+// they are paired.
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <fstream>
+
+#include "Tests/Desktop/AgentDesktop.h"
+#include "Tests/Support/XReader.h"
+
+using testing::HasSubstr;
+
+namespace orvel {
+namespace {
+
+class InternetDesktopTest : public AgentDesktop {
+protected:
+    void SetUp() override {
+        const auto listening = relay.readLine();
+        ASSERT_TRUE(listening) << relay.errors();
+        const std::string number = listening->substr(listening->rfind(':') + 1);
+        relayUrl = "http://127.0.0.1:" + std::to_string(std::atoi(number.c_str()));
+        startAgent({{"ORVEL_PROJECT_URL", relayUrl}, {"ORVEL_PROJECT_KEY", "local"}});
+        ASSERT_TRUE(agent->readUntil(R"({"relay":true})"));
+        pair();
+    }
+
+    void pair() {
+        LineProcess pairing({ORVEL_PHONE_PROGRAM, "--state-dir", folder / "phone", "--host",
+                             "127.0.0.1", "--port", std::to_string(port), "pair"});
+        const auto code = agent->readUntil(R"("pairingCode":")");
+        ASSERT_TRUE(code);
+        pairing.writeLine(AgentProcess::valueOf(*code, "pairingCode"));
+        ASSERT_EQ(pairing.wait(), 0) << pairing.errors();
+        ASSERT_TRUE(agent->readUntil(R"("waiting")"));
+    }
+
+    // A command of the phone's, to its end; what it wrote is in `wrote`.
+    int phone(const std::vector<std::string>& arguments) {
+        std::vector<std::string> command{ORVEL_PHONE_PROGRAM, "--state-dir", folder / "phone",
+                                         "--internet",        "--relay",     relayUrl};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        BackgroundProcess process({.command = command, .outputFile = folder / "wrote"});
+        const auto status = process.wait();
+        wrote = fileText(folder / "wrote");
+        return status.value_or(-1000);
+    }
+
+    LineProcess relay{{ORVEL_RELAY_PROGRAM, "--port", "0"}};
+    std::string relayUrl, wrote;
+};
+
+TEST_F(InternetDesktopTest, everyCommandWorksThroughTheRelayAsOnTheLocalNetwork) {
+    const std::string shared = folder / "shared";
+    ASSERT_EQ(mkdir(shared.c_str(), 0700), 0);
+    std::string content(5'000'000, '\0');
+    std::uint32_t seed = 1;
+    for (char& byte : content)
+        byte = static_cast<char>((seed = seed * 1664525 + 1013904223) >> 24);
+    std::ofstream(shared + "/dosya ş", std::ios::binary) << content;
+
+    EXPECT_EQ(phone({"ls", shared}), 0) << wrote;
+    EXPECT_THAT(wrote, HasSubstr("dosya ş"));
+    EXPECT_EQ(phone({"get", shared + "/dosya ş", "-o", folder / "fetched"}), 0) << wrote;
+    EXPECT_TRUE(fileText(folder / "fetched") == content);
+
+    XReader window(server.display());
+    EXPECT_EQ(phone({"type", "ağ üzerinden"}), 0) << wrote;
+    EXPECT_EQ(window.takeText(), "ağ üzerinden");
+
+    EXPECT_EQ(phone({"shot", folder / "shot.png"}), 0) << wrote;
+    EXPECT_THAT(wrote, HasSubstr("640x480"));
+    EXPECT_EQ(phone({"--json", "watch", "--seconds", "0.5"}), 0) << wrote;
+    EXPECT_THAT(wrote, HasSubstr(R"("width":640,"height":480)"));
+    EXPECT_EQ(phone({"watch", "-o", folder / "film.mp4"}), 1) << wrote;
+}
+
+TEST_F(InternetDesktopTest, standbyIsUnlockedForOneSessionAndLocksAgain) {
+    agent->writeLine(R"({"setRemoteAccess":{"_0":"standby"}})");
+    ASSERT_TRUE(eventually([&] { return phone({"displays"}) == 1; }));
+    EXPECT_THAT(wrote, HasSubstr("--unlock"));
+    EXPECT_EQ(phone({"--unlock", "displays"}), 0) << wrote;
+    EXPECT_TRUE(agent->readUntil(R"("until")")) << "unlocked";
+    EXPECT_TRUE(agent->readUntil(R"({"unlock":{"name":)")) << "locked again";
+    EXPECT_EQ(phone({"displays"}), 1);
+    EXPECT_THAT(wrote, HasSubstr("--unlock"));
+}
+
+}  // namespace
+}  // namespace orvel
