@@ -15,7 +15,8 @@ AgentModel::AgentModel(Parts parts)
       permissions(parts.permissions),
       power(parts.power),
       pasteboard(parts.pasteboard),
-      focus(std::make_shared<FocusWatcher>(mainQueue, parts.workspace, parts.textFocus)) {}
+      focus(std::make_shared<FocusWatcher>(mainQueue, parts.workspace, parts.textFocus)),
+      rest(std::move(parts.rest)) {}
 
 void AgentModel::start() {
     keepAwake = defaults.boolean("keepAwake").value_or(true);
@@ -77,12 +78,18 @@ void AgentModel::startWatchers() {
 }
 
 void AgentModel::statusArrived(AgentCore::Status newStatus) {
+    const auto isConnected = [this] {
+        return std::holds_alternative<AgentCore::Status::Connected>(status.value);
+    };
+    const bool wasConnected = isConnected();
     status = std::move(newStatus);
     // Each phone hears anew what is in front, also one that took over from another.
-    if (std::holds_alternative<AgentCore::Status::Connected>(status.value)) {
+    if (isConnected()) {
         focus->start();
+        restTimer.cancel();
     } else {
         focus->stop();
+        if (wasConnected) restTimer = mainQueue.after(restDelay, [call = rest] { call(); });
     }
     if (onStatus) onStatus(status);
 }

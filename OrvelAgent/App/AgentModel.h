@@ -19,6 +19,9 @@ namespace orvel {
 class AgentModel : public std::enable_shared_from_this<AgentModel> {
 public:
     static constexpr std::chrono::seconds permissionPollInterval{2};
+    // From a session's end until what it used is given back; a connection that breaks is mostly
+    // made again sooner.
+    static constexpr std::chrono::seconds restDelay{10};
 
     struct Parts {
         SerialQueue& mainQueue;
@@ -29,6 +32,7 @@ public:
         Pasteboard& pasteboard;
         Workspace& workspace;
         TextFocus& textFocus;
+        std::function<void()> rest = [] {};  // no phone is connected, and none was of late
     };
 
     explicit AgentModel(Parts parts);
@@ -91,6 +95,8 @@ private:
     std::uint32_t sleepAssertion = 0;             // 0: none held
     bool devicesKnown = false;  // the first list only tells what was paired before
     Timer poll;
+    const std::function<void()> rest;
+    Timer restTimer;  // runs from a session's end to the next one's begin
 };
 
 }  // namespace orvel

@@ -15,6 +15,7 @@
 #include "OrvelAgent/App/Terminal.h"
 #include "OrvelAgent/Core/AgentCore.h"
 #include "OrvelAgent/Core/TcpListener.h"
+#include "OrvelAgent/Platform/Memory.h"
 #include "OrvelAgent/Platform/StateStores.h"
 #include "OrvelKit/Base/QueueIo.h"
 
@@ -92,7 +93,9 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
     const auto textFocus = TextFocus::create(mainQueue);
     const auto model = std::make_shared<AgentModel>(
         AgentModel::Parts{mainQueue, core, *stores.defaults, *permissions, *power, *pasteboard,
-                          *workspace, *textFocus});
+                          *workspace, *textFocus,
+                          // Pictures leave holes between what stays, and more of them with each session.
+                          releaseFreeMemory});
     model->onNewlyPaired = logNewlyPaired;
 
     Ending ending(mainQueue, *model);

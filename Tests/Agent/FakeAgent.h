@@ -47,8 +47,9 @@ public:
              compression->factory(), std::make_unique<FakeListener>(queue, port),
              std::move(advertiser), relay.parts()},
             options);
-        model = std::make_shared<AgentModel>(AgentModel::Parts{
-            mainQueue, core, defaults, permissions, power, pasteboard, workspace, textFocus});
+        model = std::make_shared<AgentModel>(
+            AgentModel::Parts{mainQueue, core, defaults, permissions, power, pasteboard, workspace,
+                              textFocus, [this] { ++rests; }});
         model->onListening = [this](auto value) { news.push_back(headlessLine::listening(value)); };
         model->onStatus = [this](auto& value) { news.push_back(headlessLine::status(value)); };
         model->onPairingCode = [this](auto& value) {
@@ -107,6 +108,7 @@ public:
     std::string statusLine() const { return headlessLine::status(model->status); }
 
     VirtualTime time;
+    int rests = 0;  // of the model
     FakeDefaults defaults;
     MemorySecretStore secrets;
     FakePermissions permissions;

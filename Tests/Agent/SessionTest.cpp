@@ -256,6 +256,25 @@ TEST(Session, quittingEndsEverythingAndThenSaysSo) {
     EXPECT_TRUE(agent.phone().isOver());
 }
 
+TEST(AgentModel, restsOnceAWhileAfterTheLastSession) {
+    FakeAgent agent;
+    agent.start();
+    agent.time.advance(1min);
+    EXPECT_EQ(agent.rests, 0);
+    TestPhone first = agent.admittedPhone();
+    agent.time.advance(1min);
+    first.close();
+    agent.time.advance(AgentModel::restDelay - 1ns);
+    TestPhone next = agent.admittedPhone();
+    agent.time.advance(1min);
+    EXPECT_EQ(agent.rests, 0);
+    next.close();
+    agent.time.advance(AgentModel::restDelay);
+    EXPECT_EQ(agent.rests, 1);
+    agent.time.advance(1min);
+    EXPECT_EQ(agent.rests, 1);
+}
+
 TEST(AgentModel, keepsAwakeByDefaultAndWithOneAssertion) {
     FakeAgent agent;
     agent.start();
