@@ -91,11 +91,11 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
     const auto pasteboard = Pasteboard::create(mainQueue);
     const auto workspace = Workspace::create(mainQueue);
     const auto textFocus = TextFocus::create(mainQueue);
-    const auto model = std::make_shared<AgentModel>(
-        AgentModel::Parts{mainQueue, core, *stores.defaults, *permissions, *power, *pasteboard,
-                          *workspace, *textFocus,
-                          // Pictures leave holes between what stays, and more of them with each session.
-                          releaseFreeMemory});
+    const auto model = std::make_shared<AgentModel>(AgentModel::Parts{
+        mainQueue, core, *stores.defaults, *permissions, *power, *pasteboard, *workspace,
+        *textFocus,
+        // Pictures leave holes between what stays, and more of them with each session.
+        releaseFreeMemory});
     model->onNewlyPaired = logNewlyPaired;
 
     Ending ending(mainQueue, *model);
