@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 #include <mutex>
 
@@ -33,21 +34,36 @@ void save(CommandContext& context, const Picture& picture, const std::string& pa
 // Over the internet nothing says when a picture is as sharp as it gets, so what counts is time.
 class NewestPicture {
 public:
+    // On the decoder's thread, which a conversion of every picture would hold up.
     void take(const RtcPhone::Picture& next) {
-        const YuvPlanes planes{next.width, next.height,     next.luma,        next.cb,
-                               next.cr,    next.lumaStride, next.chromaStride};
-        Picture converted = rgbFrom(planes);
+        // A plane may end with its last pixel rather than with its last row's stride.
+        const auto rows = [](const std::uint8_t* plane, int width, int height, int stride) {
+            Bytes copy(static_cast<std::size_t>(stride) * static_cast<std::size_t>(height));
+            std::copy_n(plane, static_cast<std::ptrdiff_t>(stride) * (height - 1) + width,
+                        copy.begin());
+            return copy;
+        };
+        const int halfWidth = (next.width + 1) / 2, halfHeight = (next.height + 1) / 2;
         const std::lock_guard hold(mutex);
-        picture = std::move(converted);
+        shape = next;
+        luma = rows(next.luma, next.width, next.height, next.lumaStride);
+        cb = rows(next.cb, halfWidth, halfHeight, next.chromaStride);
+        cr = rows(next.cr, halfWidth, halfHeight, next.chromaStride);
     }
-    std::optional<Picture> get() const {
+    bool hasPicture() const {
         const std::lock_guard hold(mutex);
-        return picture;
+        return !luma.empty();
+    }
+    Picture get() const {
+        const std::lock_guard hold(mutex);
+        return rgbFrom({shape.width, shape.height, luma.data(), cb.data(), cr.data(),
+                        shape.lumaStride, shape.chromaStride});
     }
 
 private:
     mutable std::mutex mutex;
-    std::optional<Picture> picture;
+    RtcPhone::Picture shape;  // without its planes, which are the library's
+    Bytes luma, cb, cr;
 };
 
 void shotOverInternet(CommandContext& context, const ShotOptions& options) {
@@ -63,14 +79,13 @@ void shotOverInternet(CommandContext& context, const ShotOptions& options) {
     for (;;) {
         session.link().next(50ms);
         const MonotonicTime now = std::chrono::steady_clock::now();
-        if (!first && newest.get()) first = now;
+        if (!first && newest.hasPicture()) first = now;
         if (interrupt.isRequested() || session.link().closed()) break;
         if (now >= (first ? *first + settlePatience : begin + firstPatience)) break;
     }
-    const auto picture = newest.get();
-    if (!picture && session.link().closed()) throw session.endedError();
-    if (!picture) throw CommandError(session.name() + " sends no picture.");
-    save(context, *picture, options.path);
+    if (!newest.hasPicture() && session.link().closed()) throw session.endedError();
+    if (!newest.hasPicture()) throw CommandError(session.name() + " sends no picture.");
+    save(context, newest.get(), options.path);
 }
 
 void shot(CommandContext& context, const ShotOptions& options) {
