@@ -5,6 +5,8 @@ find_package(OpenSSL 3 REQUIRED)
 find_package(PkgConfig REQUIRED)
 find_package(Boost 1.81 REQUIRED COMPONENTS json url)
 find_package(GTest)
+# Widgets for windows, Core for what they are bound to, DBus for the tray and notifications.
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Gui Widgets)
 
 add_library(orvel_options INTERFACE)
 target_include_directories(orvel_options INTERFACE ${CMAKE_SOURCE_DIR})
@@ -31,9 +33,16 @@ if(CMAKE_BUILD_TYPE STREQUAL Release)
   target_link_options(orvel_options INTERFACE -Wl,--as-needed)
 endif()
 
-# orvel_library(name SOURCES ... LINK ... PRIVATE_LINK ...): a static library of this project.
+# For a target with the option QT: code for its QObjects is generated from their headers.
+function(orvel_use_qt name)
+  set_target_properties(${name} PROPERTIES AUTOMOC ON)
+  # `slots` and `emit` are names like any other; GLib's and Boost's headers use them.
+  target_compile_definitions(${name} PRIVATE QT_NO_KEYWORDS)
+endfunction()
+
+# orvel_library(name [QT] SOURCES ... LINK ... PRIVATE_LINK ...): a static library of this project.
 function(orvel_library name)
-  cmake_parse_arguments(arg "" "" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
+  cmake_parse_arguments(arg "QT" "" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
   if(ORVEL_CHECK_ONLY)
     add_library(${name} OBJECT ${arg_SOURCES})
     target_compile_options(${name} PRIVATE -fsyntax-only)
@@ -41,11 +50,14 @@ function(orvel_library name)
     add_library(${name} STATIC ${arg_SOURCES})
   endif()
   target_link_libraries(${name} PUBLIC orvel_options Threads::Threads ${arg_LINK} PRIVATE ${arg_PRIVATE_LINK})
+  if(arg_QT)
+    orvel_use_qt(${name})
+  endif()
 endfunction()
 
-# orvel_program(name SOURCES ... LINK ...): an executable, put straight into the build folder.
+# orvel_program(name [QT] SOURCES ... LINK ...): an executable, put straight into the build folder.
 function(orvel_program name)
-  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(arg "QT" "" "SOURCES;LINK" ${ARGN})
   if(ORVEL_CHECK_ONLY)
     add_library(${name} OBJECT ${arg_SOURCES})
     target_compile_options(${name} PRIVATE -fsyntax-only)
@@ -53,9 +65,12 @@ function(orvel_program name)
     add_executable(${name} ${arg_SOURCES})
   endif()
   target_link_libraries(${name} PRIVATE orvel_options Threads::Threads ${arg_LINK})
+  if(arg_QT)
+    orvel_use_qt(${name})
+  endif()
 endfunction()
 
-# orvel_tests(name SOURCES ... LINK ...): a GoogleTest program; `./orvel test` runs every *-tests
+# orvel_tests(name [QT] SOURCES ... LINK ...): a GoogleTest program; `./orvel test` runs every *-tests
 # program that it finds in build/dev. A release build makes it only when asked to by name.
 function(orvel_tests name)
   if(NOT GTest_FOUND)
