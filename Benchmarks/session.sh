@@ -86,3 +86,10 @@ restRow() {
 # Of all threads of a process: how long they ran, in ns, and how often they went to sleep.
 runTime() { awk '{ sum += $1 } END { printf "%.0f", sum }' /proc/"$1"/task/*/schedstat; }
 waits() { awk '/^voluntary_ctxt_switches/ { sum += $2 } END { print sum }' /proc/"$1"/task/*/status; }
+
+# The phone in a browser; brings its own desktop and agent.
+measureWebSessions() {
+    setUpClients
+    printf '\nThe agent and a browser, through the relay\n'
+    ORVEL_BUILD=$root/build/release node "$root/Benchmarks/web-session.mjs"
+}

@@ -1,10 +1,10 @@
 # shellcheck shell=bash
 # ./orvel bench: the small benchmarks, then whole programs: the agent beside ffmpeg on a moving screen, a
-# download beside scp, a session from the phone's end. Only ratios taken in one run mean something: other
-# programs share the machine, and not all machines are equal.
+# download beside scp, a session from the phone's end, one with a browser. Only ratios taken in one run mean
+# something: other programs share the machine, and not all machines are equal.
 
 # What is measured on whole programs, by name.
-wholeSubjects=(whole files input beside rest)
+wholeSubjects=(whole files input beside rest web)
 
 # bench [FILTER]: FILTER is one of wholeSubjects, for that alone, or a regular expression for the rows of
 # the small benchmarks; whatever has no such rows is then left out.
@@ -14,7 +14,7 @@ bench() {
     if [[ -z $scratch && -w /dev/shm ]]; then scratch=$(mktemp -d /dev/shm/orvel.XXXXXX); fi
     setUp
     if [[ " ${wholeSubjects[*]} " == *" ${filter:-none} "* ]]; then
-        build release orvel-agent orvel-phone orvel-moving-screen orvel-session-probe
+        build release orvel-agent orvel-phone orvel-relay orvel-moving-screen orvel-session-probe
     else
         build release
         for program in "$root"/build/release/orvel-*-benchmark*; do
@@ -41,6 +41,7 @@ bench() {
             input) measureInput ;;
             beside) measureBesideDownload ;;
             rest) measureRest ;;
+            web) measureWebSessions ;;
         esac
     done
     printf '\n'

@@ -190,7 +190,8 @@ TEST_F(DesktopTest, aPhoneThatNeverReadsLeavesMemoryFlatAndGoesOnWithAKeyframe) 
     moveFor(2s);
     const long before = agent->residentKilobytes();
     moveFor(4s);
-    EXPECT_LT(agent->residentKilobytes() - before, 8'000);
+    // Hundreds of pictures that were kept would be above 100 MB; a sanitizer keeps what was freed.
+    EXPECT_LT(agent->residentKilobytes() - before, 40'000);
     desk->fill({0, 0, width, height}, 0x3040D0);
     desk->movePointer(2, 2);
     const auto received = connection->counts();

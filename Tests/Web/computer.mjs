@@ -99,10 +99,10 @@ export class Computer {
   #programs = []; // in the order in which they were started
   #env;
 
-  // `defaults` are user defaults of the agent. `sound` is to be had where a sound server is installed (hasSound);
+  // `defaults` are user defaults of the agent, `size` is the screen's. `sound` is to be had where a sound server is installed (hasSound);
   // `turn` starts a TURN server, which the relay then names. When it fails, what was started is still stopped by
   // stop().
-  async start({ defaults = {}, sound = false, turn = false } = {}) {
+  async start({ defaults = {}, sound = false, turn = false, size = { width: 1280, height: 800 } } = {}) {
     mkdirSync(this.home);
     this.#env = {
       ...process.env, HOME: this.home, TMPDIR: this.scratch, XDG_RUNTIME_DIR: this.scratch, LC_ALL: "C.UTF-8",
@@ -111,7 +111,7 @@ export class Computer {
     };
     const displayFile = join(this.scratch, "display");
     const display = openSync(displayFile, "w");
-    this.run("Xvfb", ["-displayfd", "3", "-screen", "0", "1280x800x24", "-noreset", "-nolisten", "tcp"], { extra: [display] });
+    this.run("Xvfb", ["-displayfd", "3", "-screen", "0", `${size.width}x${size.height}x24`, "-noreset", "-nolisten", "tcp"], { extra: [display] });
     closeSync(display);
     const number = await until(() => /^\d+(?=\n)/.exec(readFileSync(displayFile, "utf8"))?.[0], "a display");
     this.#env.DISPLAY = `:${number}`;
