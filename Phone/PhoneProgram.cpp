@@ -43,6 +43,7 @@ int PhoneProgram::run(std::vector<std::string> arguments, Console& console,
     CLI::App app("The reference phone of Orvel Agent.", "orvel-phone");
     app.fallthrough();
     app.require_subcommand(1);
+    app.set_version_flag("--version", "orvel-phone " ORVEL_VERSION);
     app.add_option("--state-dir", settings.stateFolder,
                    "Folder of the phone's key and the computers that it knows");
     auto* host = app.add_option("--host", settings.wish.host, "The computer's address or name");
@@ -94,6 +95,9 @@ int PhoneProgram::run(std::vector<std::string> arguments, Console& console,
                 throw CLI::ValidationError(local, "works on the local network only");
             }
         }
+    } catch (const CLI::CallForVersion& version) {
+        console.say(version.what());
+        return 0;
     } catch (const CLI::ParseError& error) {
         return usage(app, error, console);
     }

@@ -47,6 +47,7 @@ int main(int count, char** arguments) {
     std::string secretFile;
     CLI::App app("A relay for one household: realtime topics, anonymous accounts, ICE servers.",
                  "orvel-relay");
+    app.set_version_flag("--version", "orvel-relay " ORVEL_VERSION);
     app.add_option("--bind", options.address, "Listen at this address only (0.0.0.0 or :: for all)")
         ->capture_default_str();
     app.add_option("--port", options.port, "Port; 0 for a free one")->capture_default_str();
@@ -64,6 +65,9 @@ int main(int count, char** arguments) {
         app.parse(count, arguments);
     } catch (const CLI::CallForHelp&) {
         std::fputs(app.help().c_str(), stdout);
+        return 0;
+    } catch (const CLI::CallForVersion& version) {
+        std::printf("%s\n", version.what());
         return 0;
     } catch (const CLI::ParseError& error) {
         std::fprintf(stderr, "orvel: %s\n%s", error.what(), app.help().c_str());

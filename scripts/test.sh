@@ -39,7 +39,11 @@ testAll() {
         local filter=$1
         shift
         if [[ web == *"$filter"* ]]; then runWebTests; fi
-        if [[ $filter != web ]]; then
+        if [[ packaging == *"$filter"* ]]; then
+            build release orvel-agent orvel-phone orvel-relay
+            runPackagingTests release
+        fi
+        if [[ $filter != web && $filter != packaging ]]; then
             build dev
             runSuites dev "*$filter*" "$@"
         fi
@@ -47,6 +51,7 @@ testAll() {
     else
         runChecks
         buildAll
+        runPackagingTests release
         runWebTests
         runSuites dev '*'
         for name in "${threadedSuites[@]}"; do runSuites tsan "${name%-tests}"; done
@@ -72,7 +77,7 @@ runChecks() {
     local sources
     mapfile -t sources < <(git ls-files -- '*.h' '*.cpp' '*.mm' 2>/dev/null ||
         find OrvelKit OrvelAgent Phone Tests Benchmarks Fuzz \( -name '*.h' -o -name '*.cpp' -o -name '*.mm' \))
-    launch check shellcheck 120 shellcheck -x -a orvel .ci/run Tests/Entry/EntryTest.sh
+    launch check shellcheck 120 shellcheck -x -a orvel .ci/run Tests/*/*.sh Packaging/linux/completions/bash/*
     launch check clang-format 300 clang-format --dry-run -Werror "${sources[@]}"
     launch check entry 120 Tests/Entry/EntryTest.sh
     while ((${#running[@]})); do reap; done
@@ -142,6 +147,11 @@ runWebTests() {
         return
     fi
     launch node web "$suiteSeconds" node --test --test-reporter=tap "$root"/Tests/Web/*.test.mjs
+}
+
+# runPackagingTests PRESET: what people get to see of the programs in build/PRESET.
+runPackagingTests() {
+    launch check documented 300 "$root/Tests/Packaging/DocumentedTest.sh" "$root/build/$1"
 }
 
 fuzzers() {
