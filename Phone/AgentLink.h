@@ -3,6 +3,7 @@
 #include <chrono>
 #include <concepts>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <variant>
 
@@ -54,8 +55,14 @@ public:
         static Case decode(FrameKind kind, ByteView payload);
     };
 
+    // A control that is longer than the way to the agent takes; nothing of it was sent.
+    struct TooLong : std::length_error {
+        TooLong() : std::length_error("too long for the connection") {}
+    };
+
     virtual ~AgentLink() = default;
 
+    // Throws TooLong.
     virtual void send(const Control& control) = 0;
 
     // The next event in order of arrival; nullopt when none came in time. After Closed: nullopt

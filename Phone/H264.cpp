@@ -1,5 +1,8 @@
 #include "Phone/H264.h"
 
+#include <algorithm>
+#include <array>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -191,6 +194,36 @@ Bytes avcConfiguration(const VideoFormat& format) {
         append(record, Bytes{0xFC | 1, 0xF8, 0xF8, 0});  // 4:2:0, 8 bits, no extensions
     }
     return record;
+}
+
+AccessUnit AccessUnit::fromByteStream(ByteView bytes) {
+    static constexpr std::array<std::uint8_t, 3> startCode = {0, 0, 1};
+    const auto nextStart = [](ByteView from) {
+        return std::search(from.begin(), from.end(), startCode.begin(), startCode.end());
+    };
+    AccessUnit unit;
+    std::vector<Bytes> pictureSets;
+    for (auto start = nextStart(bytes); start != bytes.end();) {
+        const ByteView rest(start + startCode.size(), bytes.end());
+        const auto length = static_cast<std::size_t>(nextStart(rest) - rest.begin());
+        ByteView nalUnit = rest.first(length);
+        // Zeros behind a NAL unit are none of its own: it ends with a bit that is set.
+        while (!nalUnit.empty() && nalUnit.back() == 0)
+            nalUnit = nalUnit.first(nalUnit.size() - 1);
+        start += static_cast<std::ptrdiff_t>(startCode.size() + length);
+        if (nalUnit.empty()) continue;
+        if (typeOf(nalUnit) == spsType || typeOf(nalUnit) == ppsType) {
+            auto& sets = typeOf(nalUnit) == spsType ? unit.parameterSets : pictureSets;
+            sets.emplace_back(nalUnit.begin(), nalUnit.end());
+            continue;
+        }
+        unit.data.resize(unit.data.size() + 4);
+        storeBE32(unit.data.data() + unit.data.size() - 4,
+                  static_cast<std::uint32_t>(nalUnit.size()));
+        append(unit.data, nalUnit);
+    }
+    std::move(pictureSets.begin(), pictureSets.end(), std::back_inserter(unit.parameterSets));
+    return unit;
 }
 
 void FrameNumbers::start(const SequenceParameters& parameters) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include "OrvelKit/Wire/Media.h"
 
@@ -22,6 +23,15 @@ struct SequenceParameters {
 // The parameter sets as ISO 14496-15 puts them before a stream with 4-byte lengths: what decoders
 // and .mp4 files want. Empty without a sequence and a picture parameter set.
 Bytes avcConfiguration(const VideoFormat& format);
+
+// One picture in the form of an agent's frames, from a byte stream (ITU-T H.264, annex B).
+struct AccessUnit {
+    std::vector<Bytes> parameterSets;  // the sequence parameter sets first; empty: none came along
+    Bytes data;                        // the other NAL units, each behind its 4-byte length
+
+    // Whatever does not begin with a start code is left out up to the first one.
+    static AccessUnit fromByteStream(ByteView bytes);
+};
 
 // Watches the numbers that reference pictures carry. An agent never sends a picture whose
 // reference it has left out, so a gap is a fault.

@@ -62,6 +62,32 @@ TEST(AvcConfiguration, needsBothKindsOfSets) {
     EXPECT_TRUE(avcConfiguration({{Bytes{}, Bytes{}}}).empty());
 }
 
+struct ByteStreamRow {
+    const char *bytes, *parameterSets, *data;
+};
+
+TEST(AccessUnit, isCutAtItsStartCodes) {
+    const ByteStreamRow rows[] = {
+        {"00000001 65AB", "", "00000002 65AB"},
+        {"000001 68CE 00000001 67AA 000001 68CF 000001 65AB 000001 41", "67AA 68CE 68CF",
+         "00000002 65AB 00000001 41"},
+        {"FFFF 000001 65AB 0000", "", "00000002 65AB"},  // something in front, zeros behind
+        {"000001 65 000003 01 AB", "", "00000006 65 000003 01 AB"},
+        {"000001 000001 00000001", "", ""},
+        {"65AB 0000", "", ""},
+        {"", "", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.bytes);
+        const auto unit = AccessUnit::fromByteStream(hex(row.bytes));
+        Bytes sets;
+        for (const Bytes& set : unit.parameterSets)
+            append(sets, set);
+        EXPECT_EQ(toHex(sets), toHex(hex(row.parameterSets)));
+        EXPECT_EQ(toHex(unit.data), toHex(hex(row.data)));
+    }
+}
+
 TEST(FrameNumbers, findWhatWasLeftOut) {
     VideoForTests video(64, 64);
     std::vector<VideoFrame> frames;

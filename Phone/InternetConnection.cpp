@@ -5,10 +5,10 @@
 #include <random>
 #include <utility>
 
-#include "OrvelKit/Relay/IceServerProvider.h"
 #include "OrvelKit/Relay/SignalEnvelope.h"
 #include "OrvelKit/Relay/SignalTopic.h"
 #include "OrvelKit/Wire/Framing.h"
+#include "Phone/H264.h"
 
 namespace orvel::phone {
 
@@ -18,7 +18,8 @@ using namespace std::chrono_literals;
 using Closed = AgentLink::Closed;
 using Reason = Closed::Reason;
 
-constexpr Duration probeTime = 2s;  // the relay keeps nothing: a probe may have been lost
+constexpr Duration probeTime = 2s;    // the relay keeps nothing: a probe may have been lost
+constexpr Duration serversTime = 5s;  // for the ICE servers, once the agent has answered
 constexpr int channelCount = 3;
 constexpr std::size_t maxWaitingBytes = 64 << 20;
 
@@ -48,14 +49,17 @@ FrameKind kindOf(RtcPhone::Channel channel) {
 
 }  // namespace
 
-InternetConnection::InternetConnection(Identity ownIdentity, Bytes key, RelayConfig relayConfig)
+InternetConnection::InternetConnection(Identity ownIdentity, Bytes key, Way wantedWay)
     : identity(std::move(ownIdentity)),
       agentKey(std::move(key)),
       agentID(Identity::fingerprint(agentKey)),
       session(newSession()),
-      relay(std::move(relayConfig)),
+      way(std::move(wantedWay)),
+      library([this](const RtcPhones::CodedPicture& picture) { return takePicture(picture); }),
       ownQueue(std::make_unique<SerialQueue>("orvel.phone.internet")),
-      queue(*ownQueue) {}
+      queue(*ownQueue) {
+    if (way.project) account = std::make_unique<RelayAccount>(queue, *way.project, way.stateFolder);
+}
 
 InternetConnection::~InternetConnection() {
     close();
@@ -67,11 +71,21 @@ InternetConnection::~InternetConnection() {
 
 InternetConnection::Outcome InternetConnection::connect(Unlock unlock, Duration meeting,
                                                         Duration opening) {
+    begin = std::chrono::steady_clock::now();
     queue.post([this, unlock] {
         queue.assertCurrent();
         unlocks = unlock;
-        channel =
-            RealtimeChannel::make(queue, systemWebSockets({}), relay, SignalTopic::name(agentID));
+        if (account) {
+            account->servers([this](std::vector<IceServer> servers) {
+                queue.assertCurrent();
+                iceServers = std::move(servers);
+                if (stage == Stage::met) offer();
+            });
+        } else {
+            iceServers = IceServerProvider::fallback();
+        }
+        channel = RealtimeChannel::make(queue, systemWebSockets({}), way.relay,
+                                        SignalTopic::name(agentID));
         channel->onJoined = [this](bool joined) {
             queue.assertCurrent();
             if (joined) probe();
@@ -119,7 +133,7 @@ void InternetConnection::obey(const SignalMessage& message) {
         if (rtc) rtc->receive(message);
         return;
     }
-    if (message.as<SignalMessage::Here>() || message.as<SignalMessage::Unlocked>()) return offer();
+    if (message.as<SignalMessage::Here>() || message.as<SignalMessage::Unlocked>()) return met();
     if (message.as<SignalMessage::Standby>()) {
         if (unlocks == Unlock::no) return settle(Outcome::standby);
         say({SignalMessage::Unlock{}});
@@ -137,12 +151,31 @@ void InternetConnection::say(const SignalMessage& message) {
 
 // --- The session ---
 
+void InternetConnection::met() {
+    stage = Stage::met;
+    nextProbe.cancel();
+    {
+        const Lock hold(mutex);
+        hasMet = true;
+        changed.notify_all();
+    }
+    if (iceServers) return offer();
+    nextProbe = queue.after(serversTime, [this] {
+        queue.assertCurrent();
+        if (stage != Stage::met) return;
+        iceServers = IceServerProvider::fallback();
+        offer();
+    });
+}
+
 void InternetConnection::offer() {
+    if (closed()) return;
     stage = Stage::opening;
     nextProbe.cancel();
     RtcPhone::Options options;
-    options.iceServers = IceServerProvider::fallback();
-    options.asksForVideo = onPicture != nullptr;
+    options.iceServers = *std::exchange(iceServers, std::nullopt);
+    options.relayOnly = way.relayOnly;
+    options.asksForVideo = way.asksForVideo;
     rtc = std::make_unique<RtcPhone>(library, queue, std::move(options));
     rtc->onSignal = [this](const SignalMessage& message) {
         queue.assertCurrent();
@@ -160,11 +193,7 @@ void InternetConnection::offer() {
         queue.assertCurrent();
         messageCame(which, message);
     };
-    rtc->onPicture = onPicture;
     rtc->start();
-    const Lock hold(mutex);
-    hasMet = true;
-    changed.notify_all();
 }
 
 void InternetConnection::channelChanged(RtcPhone::Channel which, bool isOpen) {
@@ -195,6 +224,25 @@ void InternetConnection::messageCame(RtcPhone::Channel which, const Bytes& messa
     }
 }
 
+bool InternetConnection::takePicture(const RtcPhones::CodedPicture& picture) {
+    AccessUnit unit = AccessUnit::fromByteStream(picture.bytes);
+    if (!unit.parameterSets.empty() && unit.parameterSets != format.parameterSets) {
+        format.parameterSets = std::move(unit.parameterSets);
+        deliver(format, picture.bytes.size());
+    }
+    // Neighbours are less than half the clock's range apart, in either direction.
+    if (lastTime) {
+        const auto step = static_cast<std::int32_t>(picture.time - *lastTime);
+        ticks += static_cast<std::uint64_t>(static_cast<std::int64_t>(step));
+    } else {
+        ticks = std::uint64_t{1} << 32;
+    }
+    lastTime = picture.time;
+    const std::size_t size = unit.data.size();
+    deliver(VideoFrame{picture.isKeyframe, ticks * 100 / 9, std::move(unit.data)}, size);
+    return !wantsKeyframe.exchange(false);
+}
+
 void InternetConnection::deliver(Event::Case value, std::size_t size) {
     const std::size_t weight = size + sizeof(Event);
     Lock hold(mutex);
@@ -209,7 +257,13 @@ void InternetConnection::deliver(Event::Case value, std::size_t size) {
 }
 
 void InternetConnection::send(const Control& control) {
-    queue.post([this, json = control.toJson()] {
+    if (control.as<Control::RequestKeyframe>()) {
+        wantsKeyframe = true;
+        return;
+    }
+    std::string json = control.toJson();
+    if (json.size() > maxControl) throw TooLong();
+    queue.post([this, json = std::move(json)] {
         queue.assertCurrent();
         if (rtc && !closed()) rtc->sendText(RtcPhone::Channel::control, json);
     });
@@ -231,27 +285,6 @@ std::optional<AgentLink::Event> InternetConnection::next(Duration timeout) {
 std::optional<Closed> InternetConnection::closed() const {
     const Lock hold(mutex);
     return ended;
-}
-
-std::optional<RtcPhone::VideoStatistics> InternetConnection::videoStatistics(Duration timeout) {
-    struct Answer {
-        std::mutex mutex;
-        std::condition_variable changed;
-        std::optional<RtcPhone::VideoStatistics> value;
-    };
-    const auto answer = std::make_shared<Answer>();
-    queue.post([this, answer] {
-        queue.assertCurrent();
-        if (!rtc) return;
-        rtc->queryVideo([answer](RtcPhone::VideoStatistics statistics) {
-            const Lock hold(answer->mutex);
-            answer->value = std::move(statistics);
-            answer->changed.notify_all();
-        });
-    });
-    Lock hold(answer->mutex);
-    answer->changed.wait_for(hold, timeout, [&] { return answer->value.has_value(); });
-    return answer->value;
 }
 
 // --- The end ---
@@ -290,6 +323,7 @@ void InternetConnection::close(Duration patience) {
         queue.assertCurrent();
         nextProbe.cancel();
         rtc.reset();
+        if (account) account->stop();
         if (!channel) return;
         channel->onJoined = nullptr;
         channel->onBroadcast = nullptr;

@@ -4,6 +4,7 @@
 #include <boost/asio/ip/host_name.hpp>
 
 #include "OrvelKit/Relay/Url.h"
+#include "Phone/AgentLink.h"
 #include "Phone/Commands/Command.h"
 #include "Phone/PhoneState.h"
 
@@ -71,6 +72,9 @@ int PhoneProgram::run(std::vector<std::string> arguments, Console& console,
         ->needs(internet);
     app.add_flag("--unlock", wish.unlocks, "A computer in standby is unlocked for the session")
         ->needs(internet);
+    app.add_flag("--relay-only", wish.relayOnly,
+                 "Screen, sound and files go through a TURN server of the relay's alone")
+        ->needs(internet);
     addDiscover(app, chosen);
     addPair(app, chosen);
     addWatch(app, chosen);
@@ -111,6 +115,8 @@ int PhoneProgram::run(std::vector<std::string> arguments, Console& console,
         console.remark(error.what());
     } catch (const PhoneState::Error& error) {
         console.remark(error.what());
+    } catch (const AgentLink::TooLong&) {
+        console.remark("That is too long to be sent at once.");
     }
     return 1;
 }

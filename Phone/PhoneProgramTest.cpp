@@ -54,6 +54,8 @@ const UsageRow usageRows[] = {
     {"nothing to type", {"type"}, 2},
     {"nothing to fetch", {"get"}, 2},
     {"a file without a name", {"get", "/home/.."}, 2},
+    {"a relay without the internet", {"--relay", "http://r", "ping"}, 2},
+    {"a relay alone without the internet", {"--relay-only", "ping"}, 2},
     {"two commands", {"ping", "displays"}, 2},
 };
 

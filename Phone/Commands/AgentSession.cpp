@@ -28,18 +28,23 @@ std::unique_ptr<PhoneConnection> connectTo(const Identity& identity, AgentTarget
     return nullptr;
 }
 
-std::optional<RelayConfig> relayFor(const InternetWish& wish) {
+// Where to meet: a whole project, or a websocket for the signaling alone.
+std::optional<InternetConnection::Way> wayFor(const InternetWish& wish) {
+    const auto through = [](const std::optional<RelayProject>& project) {
+        return project ? std::optional(InternetConnection::Way{RelayConfig(*project), project})
+                       : std::nullopt;
+    };
     if (!wish.relay) {
         auto project = OrvelCloud::deployedProject();
-        if (!project) return std::nullopt;
-        if (wish.relayKey) project->anonymousKey = *wish.relayKey;
-        return RelayConfig(*project);
+        if (project && wish.relayKey) project->anonymousKey = *wish.relayKey;
+        return through(project);
     }
     const std::string key = wish.relayKey.value_or("local");
     const auto url = Url::parse(*wish.relay);
-    if (url && (url->scheme() == "ws" || url->scheme() == "wss")) return RelayConfig(*url, key);
-    const auto project = RelayProject::from(*wish.relay, key);
-    return project ? std::optional(RelayConfig(*project)) : std::nullopt;
+    if (url && (url->scheme() == "ws" || url->scheme() == "wss")) {
+        return InternetConnection::Way{RelayConfig(*url, key)};
+    }
+    return through(RelayProject::from(*wish.relay, key));
 }
 
 }  // namespace
@@ -107,15 +112,18 @@ AgentSession AgentSession::open(const CommandContext& context, Choice choice, bo
 }
 
 AgentSession AgentSession::openOverInternet(const CommandContext& context, Choice choice,
-                                            PictureHandler onPicture) {
+                                            Video video) {
     const InternetWish& wish = context.settings.internet.value();
     const KnownAgent& agent = choice.target.expected.value();
-    const auto relay = relayFor(wish);
-    if (!relay) {
+    auto way = wayFor(wish);
+    if (!way) {
         throw CommandError(
             "There is no relay to meet on: name one with --relay, or in ORVEL_PROJECT_URL and "
             "ORVEL_PROJECT_KEY.");
     }
+    way->stateFolder = context.settings.stateFolder;
+    way->relayOnly = wish.relayOnly;
+    way->asksForVideo = video == Video::wanted;
     AgentSession session;
     session.console = &context.console;
     session.phoneName = context.settings.phoneName;
@@ -123,9 +131,8 @@ AgentSession AgentSession::openOverInternet(const CommandContext& context, Choic
     session.agentName = agent.name;
     session.agentAddress = {agent.host, agent.port};
     session.knownAgent = agent;
-    session.remote = std::make_unique<InternetConnection>(session.phoneState->identity(),
-                                                          agent.publicKey, *relay);
-    session.remote->onPicture = std::move(onPicture);
+    session.remote =
+        std::make_unique<InternetConnection>(session.phoneState->identity(), agent.publicKey, *way);
     using Outcome = InternetConnection::Outcome;
     switch (session.remote->connect(wish.unlocks ? InternetConnection::Unlock::yes
                                                  : InternetConnection::Unlock::no)) {
@@ -134,12 +141,25 @@ AgentSession AgentSession::openOverInternet(const CommandContext& context, Choic
         case Outcome::standby:
             throw CommandError(agent.name + " is in standby: --unlock opens it for a session.");
         case Outcome::noAnswer:
-            throw CommandError(agent.name + " does not answer on the relay " + relay->url.host() +
-                               ".");
+            throw CommandError(agent.name + " does not answer on the relay " +
+                               way->relay.url.host() + ".");
         case Outcome::noConnection:
             throw session.endedError();
     }
     return session;
+}
+
+AgentSession AgentSession::openForVideo(const CommandContext& context) {
+    return context.settings.internet ? openOverInternet(context, choose(context), Video::wanted)
+                                     : open(context);
+}
+
+MonotonicTime AgentSession::connectStartedAt() const {
+    return remote ? remote->connectStartedAt() : connection->connectStartedAt();
+}
+
+bool AgentSession::isSameMachine() const {
+    return connection && connection->isSameMachine();
 }
 
 AgentLink& AgentSession::link() const {

@@ -33,15 +33,18 @@ public:
     static AgentSession open(const CommandContext& context, Choice choice,
                              bool replacesKey = false);
 
-    // Finds the paired computer on the relay and connects through it, as the settings say. With
-    // `onPicture`: see InternetConnection.
-    using PictureHandler = std::function<void(const RtcPhone::Picture&)>;
-    static AgentSession openOverInternet(const CommandContext& context, Choice choice,
-                                         PictureHandler onPicture = {});
+    // Finds the paired computer on the relay and connects through it, as the settings say.
+    enum class Video { wanted, unwanted };
+    static AgentSession openOverInternet(const CommandContext& context, Choice choice, Video video);
+
+    // The one or the other, for a command that shows the screen.
+    static AgentSession openForVideo(const CommandContext& context);
 
     AgentLink& link() const;
-    PhoneConnection& phone() { return *connection; }    // of open() only
-    InternetConnection& internet() { return *remote; }  // of openOverInternet() only
+    PhoneConnection& phone() { return *connection; }  // of open() only
+    MonotonicTime connectStartedAt() const;
+    // Whether the times of frames are of this machine's clock: not known over the internet.
+    bool isSameMachine() const;
     PhoneState& state() { return *phoneState; }
     const std::string& name() const { return agentName; }
     const AgentAddress& address() const { return agentAddress; }

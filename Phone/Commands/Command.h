@@ -17,6 +17,7 @@ struct InternetWish {
     std::optional<std::string> relay;  // a project's address, or a websocket's
     std::optional<std::string> relayKey;
     bool unlocks = false;
+    bool relayOnly = false;  // only through a TURN server
 };
 
 // What holds for every command.

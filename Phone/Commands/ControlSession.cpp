@@ -22,7 +22,8 @@ ControlSession ControlSession::open(const CommandContext& context) {
     auto choice = AgentSession::choose(context);
     if (session.share(context, choice)) return session;
     session.ownSession = context.settings.internet
-                             ? AgentSession::openOverInternet(context, std::move(choice))
+                             ? AgentSession::openOverInternet(context, std::move(choice),
+                                                              AgentSession::Video::unwanted)
                              : AgentSession::open(context, std::move(choice));
     session.agentWelcome = session.ownSession->admit(leastPixels, 60s).welcome;
     session.agentName = printable(session.ownSession->name());

@@ -1,6 +1,4 @@
-#include <algorithm>
 #include <memory>
-#include <mutex>
 
 #include "Phone/Commands/AgentSession.h"
 #include "Phone/Interrupt.h"
@@ -14,7 +12,9 @@ using namespace std::chrono_literals;
 
 constexpr Duration firstPatience = 15s;  // for any picture
 constexpr Duration sharpPatience = 1s;   // for a better one after that
-constexpr Duration settlePatience = 2s;  // the same over the internet
+// The same over the internet, where the rate grows with time and nothing says when a picture is as
+// sharp as it gets.
+constexpr Duration settlePatience = 2s;
 // An agent sharpens a picture that has been still for 0.4 s; any other keyframe comes closer to
 // the frame before, or with its time.
 constexpr std::uint64_t stillMicros = 300'000;
@@ -31,68 +31,12 @@ void save(CommandContext& context, const Picture& picture, const std::string& pa
                         std::to_string(picture.height));
 }
 
-// Over the internet nothing says when a picture is as sharp as it gets, so what counts is time.
-class NewestPicture {
-public:
-    // On the decoder's thread, which a conversion of every picture would hold up.
-    void take(const RtcPhone::Picture& next) {
-        // A plane may end with its last pixel rather than with its last row's stride.
-        const auto rows = [](const std::uint8_t* plane, int width, int height, int stride) {
-            Bytes copy(static_cast<std::size_t>(stride) * static_cast<std::size_t>(height));
-            std::copy_n(plane, static_cast<std::ptrdiff_t>(stride) * (height - 1) + width,
-                        copy.begin());
-            return copy;
-        };
-        const int halfWidth = (next.width + 1) / 2, halfHeight = (next.height + 1) / 2;
-        const std::lock_guard hold(mutex);
-        shape = next;
-        luma = rows(next.luma, next.width, next.height, next.lumaStride);
-        cb = rows(next.cb, halfWidth, halfHeight, next.chromaStride);
-        cr = rows(next.cr, halfWidth, halfHeight, next.chromaStride);
-    }
-    bool hasPicture() const {
-        const std::lock_guard hold(mutex);
-        return !luma.empty();
-    }
-    Picture get() const {
-        const std::lock_guard hold(mutex);
-        return rgbFrom({shape.width, shape.height, luma.data(), cb.data(), cr.data(),
-                        shape.lumaStride, shape.chromaStride});
-    }
-
-private:
-    mutable std::mutex mutex;
-    RtcPhone::Picture shape;  // without its planes, which are the library's
-    Bytes luma, cb, cr;
-};
-
-void shotOverInternet(CommandContext& context, const ShotOptions& options) {
-    const Interrupt interrupt;
-    NewestPicture newest;
-    AgentSession session = AgentSession::openOverInternet(
-        context, AgentSession::choose(context),
-        [&newest](const RtcPhone::Picture& picture) { newest.take(picture); });
-    session.admit(options.maxPixels, 60s);
-    session.link().send({Control::Audio{false}});
-    const MonotonicTime begin = std::chrono::steady_clock::now();
-    std::optional<MonotonicTime> first;
-    for (;;) {
-        session.link().next(50ms);
-        const MonotonicTime now = std::chrono::steady_clock::now();
-        if (!first && newest.hasPicture()) first = now;
-        if (interrupt.isRequested() || session.link().closed()) break;
-        if (now >= (first ? *first + settlePatience : begin + firstPatience)) break;
-    }
-    if (!newest.hasPicture() && session.link().closed()) throw session.endedError();
-    if (!newest.hasPicture()) throw CommandError(session.name() + " sends no picture.");
-    save(context, newest.get(), options.path);
-}
-
 void shot(CommandContext& context, const ShotOptions& options) {
-    if (context.settings.internet) return shotOverInternet(context, options);
     const Interrupt interrupt;
-    AgentSession session = AgentSession::open(context);
+    AgentSession session = AgentSession::openForVideo(context);
     auto admission = session.admit(options.maxPixels, 60s);
+    const bool isFar = context.settings.internet.has_value();
+    if (isFar) session.link().send({Control::Audio{false}});
     VideoDecoder decoder;
     std::optional<std::uint64_t> newestPts;
     MonotonicTime deadline = std::chrono::steady_clock::now() + firstPatience;
@@ -104,19 +48,22 @@ void shot(CommandContext& context, const ShotOptions& options) {
         const bool hadPicture = decoder.hasPicture();
         const auto outcome = decoder.decode(*frame);
         if (outcome == VideoDecoder::Outcome::damaged) {
-            session.phone().send({Control::RequestKeyframe{}});
+            session.link().send({Control::RequestKeyframe{}});
         }
         if (outcome != VideoDecoder::Outcome::picture) return;
-        isSharp = frame->isKeyframe && newestPts && frame->ptsMicros > *newestPts + stillMicros;
+        isSharp =
+            !isFar && frame->isKeyframe && newestPts && frame->ptsMicros > *newestPts + stillMicros;
         newestPts = frame->ptsMicros;
-        if (!hadPicture) deadline = std::chrono::steady_clock::now() + sharpPatience;
+        if (!hadPicture) {
+            deadline = std::chrono::steady_clock::now() + (isFar ? settlePatience : sharpPatience);
+        }
     };
     for (const auto& event : admission.early)
         look(event);
     while (!isSharp && !interrupt.isRequested() && std::chrono::steady_clock::now() < deadline) {
-        if (const auto event = session.phone().next(100ms)) look(*event);
-        if (session.phone().closed() && !decoder.hasPicture()) throw session.endedError();
-        if (session.phone().closed()) break;
+        if (const auto event = session.link().next(100ms)) look(*event);
+        if (session.link().closed() && !decoder.hasPicture()) throw session.endedError();
+        if (session.link().closed()) break;
     }
     if (!decoder.hasPicture()) throw CommandError(session.name() + " sends no picture.");
     save(context, decoder.picture(), options.path);

@@ -5,7 +5,6 @@
 #include "OrvelKit/Base/Json.h"
 #include "OrvelKit/Base/Unicode.h"
 #include "Phone/Commands/AgentSession.h"
-#include "Phone/Commands/WatchOptions.h"
 #include "Phone/Interrupt.h"
 #include "Phone/LatencyMeasurement.h"
 #include "Phone/LatencyProbe.h"
@@ -37,6 +36,18 @@ std::string formatted(const char* format, Values... values) {
     return text;
 }
 
+struct WatchOptions {
+    std::optional<double> seconds;
+    std::string film;
+    std::int64_t maxPixels = 1920;
+    std::optional<std::uint32_t> display;
+    std::string audio = "on";
+    bool events = false;
+    bool latencyProbe = false;
+    std::size_t samples = 200;
+    std::vector<int> probeAt{32, 32};
+};
+
 // One watching, from the welcome to the summary.
 class Watch {
 public:
@@ -45,9 +56,9 @@ public:
         : context(commandContext),
           session(agentSession),
           options(watchOptions),
-          host(LinkHost::pathFor(context.settings.stateFolder, session.phone().agentID()), welcome,
-               [this](const Control& control) { session.phone().send(control); }),
-          statistics(session.phone().connectStartedAt(), session.phone().isSameMachine()) {
+          host(LinkHost::pathFor(context.settings.stateFolder, session.known()->id), welcome,
+               [this](const Control& control) { session.link().send(control); }),
+          statistics(session.connectStartedAt(), session.isSameMachine()) {
         if (!options.film.empty()) {
             recorder.emplace(options.film, options.audio == "on" ? Recorder::Sound::recorded
                                                                  : Recorder::Sound::none);
@@ -68,10 +79,10 @@ public:
             MonotonicTime until = std::min({nextTick, now() + 100ms, endsAt()});
             const bool measures = measurement && decoder.hasPicture();
             if (measures) until = std::min(until, measurement->nextStep());
-            if (auto event = session.phone().next(until - now())) {
+            if (auto event = session.link().next(until - now())) {
                 take(*event);
                 host.offer(*std::move(event));
-            } else if (session.phone().closed()) {
+            } else if (session.link().closed()) {
                 break;
             }
             if (measures) measurement->step(now());
@@ -84,7 +95,8 @@ public:
 
 private:
     void startProbe() {
-        if (!session.phone().isSameMachine()) {
+        // Over the internet whoever measures has to know whether it is.
+        if (!context.settings.internet && !session.isSameMachine()) {
             throw CommandError(
                 "--latency-probe needs the computer's display and this phone's "
                 "clock to be on one machine.");
@@ -162,7 +174,7 @@ private:
         if (outcome == VideoDecoder::Outcome::picture) {
             if (measurement) measurement->look(decoder, decodedAt);
         } else if (decodedAt >= nextKeyframeRequest) {
-            session.phone().send({Control::RequestKeyframe{}});
+            session.link().send({Control::RequestKeyframe{}});
             nextKeyframeRequest = decodedAt + keyframePatience;
         }
         if (recorder) recorder->add(frame, arrivedAt);
@@ -194,7 +206,7 @@ private:
             context.settings.json ? context.console.say(json(total)) : sayTotal(total);
         }
         if (rejection) throw session.rejectedError(*rejection);
-        if (session.phone().closed()) throw session.endedError();
+        if (session.link().closed()) throw session.endedError();
         if (recorder && !recorder->problem().empty()) {
             throw CommandError("The film cannot be written: " + recorder->problem() + ".");
         }
@@ -305,8 +317,7 @@ private:
     MonotonicTime nextKeyframeRequest{};
 };
 
-}  // namespace
-
+// Has the computer show that display instead, unless it does already.
 void selectDisplay(AgentSession& session, AgentSession::Admission& admission, std::uint32_t id) {
     if (admission.welcome.displayID == id) return;
     bool exists = false;
@@ -324,15 +335,12 @@ void selectDisplay(AgentSession& session, AgentSession::Admission& admission, st
     }
 }
 
-namespace {
-
 void watch(CommandContext& context, const WatchOptions& options) {
-    if (context.settings.internet) return watchOverInternet(context, options);
-    AgentSession session = AgentSession::open(context);
+    AgentSession session = AgentSession::openForVideo(context);
     auto admission = session.admit(options.maxPixels, 60s);
-    if (options.audio == "off") session.phone().send({Control::Audio{false}});
+    if (options.audio == "off") session.link().send({Control::Audio{false}});
     if (options.display) selectDisplay(session, admission, *options.display);
-    admission.welcome.agentKey = session.phone().agentKey();
+    admission.welcome.agentKey = session.known()->publicKey;
     Watch(context, session, options, admission.welcome).run(admission.early);
 }
 

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "OrvelAgent/Rtc/RtcThreads.h"
+#include "Phone/Rtc/UndecodedVideo.h"
 #include "api/video_codecs/builtin_video_encoder_factory.h"
 
 namespace orvel::phone {
@@ -62,9 +63,8 @@ class RtcPhones::Library {
 public:
     // The encoders are never used, but without one for the codec that arrives the library sends no
     // reports of what it received, and the agent's estimate of the path falls to nothing.
-    explicit Library(bool loopbackOnly)
-        : threads(webrtc::CreateBuiltinVideoEncoderFactory(),
-                  webrtc::CreateBuiltinVideoDecoderFactory(),
+    Library(bool loopbackOnly, std::unique_ptr<webrtc::VideoDecoderFactory> decoders)
+        : threads(webrtc::CreateBuiltinVideoEncoderFactory(), std::move(decoders),
                   loopbackOnly ? RtcThreads::Networks::onlyLoopback
                                : RtcThreads::Networks::allAndLoopback) {}
 
@@ -284,7 +284,13 @@ void RtcPhones::Library::stop() {
     });
 }
 
-RtcPhones::RtcPhones(bool loopbackOnly) : library(std::make_shared<Library>(loopbackOnly)) {}
+RtcPhones::RtcPhones(bool loopbackOnly)
+    : library(std::make_shared<Library>(loopbackOnly, webrtc::CreateBuiltinVideoDecoderFactory())) {
+}
+
+RtcPhones::RtcPhones(CodedPictureHandler onCodedPicture)
+    : library(std::make_shared<Library>(
+          false, std::make_unique<UndecodedVideo>(std::move(onCodedPicture)))) {}
 
 RtcPhones::~RtcPhones() {
     stop();

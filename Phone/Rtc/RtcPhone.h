@@ -17,8 +17,21 @@ namespace orvel::phone {
 // queue that a phone was given outlives it, or stop() is called before the queue ends.
 class RtcPhones {
 public:
+    // A picture as it was sent. Whole, and in order: where something was lost for good, a keyframe
+    // comes next. The bytes are valid during the call.
+    struct CodedPicture {
+        bool isKeyframe;
+        std::uint32_t time;  // RTP's (RFC 6184): 90 kHz, from anywhere, and around at its end
+        ByteView bytes;      // H.264 as a byte stream (ITU-T H.264, annex B)
+    };
+    // On a thread of the library, from a phone's start until stop(). False: a keyframe is wanted.
+    using CodedPictureHandler = std::function<bool(const CodedPicture&)>;
+
     // `loopbackOnly`: addresses of this machine alone.
     explicit RtcPhones(bool loopbackOnly = false);
+    // For one phone that decodes by itself: H.264 alone is asked for, and no RtcPhone::onPicture
+    // comes.
+    explicit RtcPhones(CodedPictureHandler onCodedPicture);
     ~RtcPhones();  // stop()
     RtcPhones(const RtcPhones&) = delete;
     RtcPhones& operator=(const RtcPhones&) = delete;

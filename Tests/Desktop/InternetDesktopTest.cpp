@@ -14,6 +14,16 @@ using testing::HasSubstr;
 namespace orvel {
 namespace {
 
+// As another program sees them.
+std::string streamsOf(const std::string& film) {
+    const TemporaryFolder folder;
+    BackgroundProcess probe({.command = {"ffprobe", "-v", "error", "-show_entries",
+                                         "stream=codec_name,width,height", "-of", "csv=p=0", film},
+                             .outputFile = folder / "out"});
+    EXPECT_EQ(probe.wait(), 0) << fileText(folder / "out");
+    return fileText(folder / "out");
+}
+
 class InternetDesktopTest : public AgentDesktop {
 protected:
     void SetUp() override {
@@ -71,9 +81,12 @@ TEST_F(InternetDesktopTest, everyCommandWorksThroughTheRelayAsOnTheLocalNetwork)
 
     EXPECT_EQ(phone({"shot", folder / "shot.png"}), 0) << wrote;
     EXPECT_THAT(wrote, HasSubstr("640x480"));
-    EXPECT_EQ(phone({"--json", "watch", "--seconds", "0.5"}), 0) << wrote;
+    EXPECT_EQ(phone({"--json", "watch", "--seconds", "0.5", "-o", folder / "film.mp4"}), 0)
+        << wrote;
     EXPECT_THAT(wrote, HasSubstr(R"("width":640,"height":480)"));
-    EXPECT_EQ(phone({"watch", "-o", folder / "film.mp4"}), 1) << wrote;
+    EXPECT_EQ(streamsOf(folder / "film.mp4"), "h264,640,480\nopus\n");
+    EXPECT_EQ(phone({"clip", std::string(100'000, '"') + std::string(70'000, ' ')}), 1);
+    EXPECT_THAT(wrote, HasSubstr("too long"));
 }
 
 TEST_F(InternetDesktopTest, standbyIsUnlockedForOneSessionAndLocksAgain) {
