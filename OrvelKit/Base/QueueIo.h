@@ -6,9 +6,10 @@
 
 namespace orvel {
 
-// The event loop under a queue in real time, for code that has sockets or descriptors on it: what
-// completes there runs as one of the queue's tasks. A queue in virtual time has none; asking it is
-// a programming error. Included only by such code, to keep Boost out of everything else.
+// The Asio loop under a queue of SerialQueue::Kind, for code that has sockets or descriptors on it:
+// what completes there runs as one of the queue's tasks. Asking a queue that has none, as one in
+// virtual time or the main queue of a program with windows, is a programming error. Included only
+// by such code, to keep Boost out of everything else.
 boost::asio::io_context& ioContext(SerialQueue& queue);
 
 }  // namespace orvel

@@ -9,64 +9,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <thread>
 
+#include "OrvelKit/Base/QueueBackend.h"
 #include "OrvelKit/Base/QueueIo.h"
 
 namespace orvel {
 
-namespace {
-
-thread_local const SerialQueue* currentQueue = nullptr;
-
-// Marks the queue whose task runs on this thread; tasks in virtual time may nest.
-class Entered {
-public:
-    explicit Entered(const SerialQueue* queue) : previous(std::exchange(currentQueue, queue)) {}
-    ~Entered() { currentQueue = previous; }
-    Entered(const Entered&) = delete;
-    Entered& operator=(const Entered&) = delete;
-
-private:
-    const SerialQueue* previous;
-};
-
-}  // namespace
-
-// The queue's side and the handle share this. `task` is taken out when it starts or is cancelled.
-struct Timer::State {
-    std::mutex mutex;
-    SerialQueue::Task task;
-
-    SerialQueue::Task take() {
-        const std::lock_guard hold(mutex);
-        return std::exchange(task, nullptr);
-    }
-};
-
-namespace {
-
-// The queue's hold on a timer. A queue that ends takes the task with it even when somebody still
-// has the handle: often it is the task itself that keeps the handle's owner alive.
-class Due {
-public:
-    explicit Due(std::shared_ptr<Timer::State> timerState) : state(std::move(timerState)) {}
-    Due(Due&&) noexcept = default;
-    Due& operator=(Due&&) noexcept = default;
-    ~Due() {
-        if (state) state->take();
-    }
-    void run() {
-        if (auto task = state->take()) task();
-    }
-
-private:
-    std::shared_ptr<Timer::State> state;
-};
-
-}  // namespace
+thread_local const SerialQueue* EnteredQueue::current = nullptr;
 
 Timer::Timer(std::shared_ptr<State> timerState) : state(std::move(timerState)) {}
 
@@ -88,21 +39,18 @@ void Timer::cancel() {
 }
 
 bool Timer::isPending() const {
-    if (!state) return false;
-    const std::lock_guard hold(state->mutex);
-    return static_cast<bool>(state->task);
+    return state && state->isPending();
 }
 
-struct SerialQueue::Backend {
-    virtual ~Backend() = default;
-    virtual void post(Task task) = 0;
-    virtual void schedule(Duration delay, std::shared_ptr<Timer::State> timer) = 0;
-    virtual MonotonicTime now() const = 0;
-    virtual WallTime wallTime() const = 0;
-    virtual void run() { std::abort(); }
-    virtual void stop() { std::abort(); }
-    virtual boost::asio::io_context& io() { std::abort(); }
-};
+void SerialQueue::Backend::stop() {
+    std::abort();
+}
+void SerialQueue::Backend::run() {
+    std::abort();
+}
+boost::asio::io_context& SerialQueue::Backend::io() {
+    std::abort();
+}
 
 namespace {
 
@@ -138,8 +86,8 @@ public:
         auto clock = std::make_unique<boost::asio::steady_timer>(context, now() + delay);
         auto& started = *clock;
         // The timer object lives in its own handler. A cancelled one still comes due, empty.
-        started.async_wait(
-            [clock = std::move(clock), due = Due(std::move(timer))](auto) mutable { due.run(); });
+        started.async_wait([clock = std::move(clock),
+                            due = DueTimer(std::move(timer))](auto) mutable { due.run(); });
     }
 
     MonotonicTime now() const override {
@@ -150,7 +98,7 @@ public:
     }
 
     void run() override {
-        const Entered entered(&queue);
+        const EnteredQueue entered(&queue);
         context.run();
     }
     void stop() override {
@@ -173,8 +121,8 @@ private:
 struct VirtualTime::Schedule {
     struct Entry {
         const SerialQueue* queue;
-        SerialQueue::Task task;    // a posted one
-        std::optional<Due> timer;  // or a timer's
+        SerialQueue::Task task;         // a posted one
+        std::optional<DueTimer> timer;  // or a timer's
     };
     std::multimap<MonotonicTime, Entry> entries;  // equal times keep their order of arrival
 
@@ -206,8 +154,9 @@ public:
             time.now(), VirtualTime::Schedule::Entry{&queue, std::move(task), std::nullopt});
     }
     void schedule(Duration delay, std::shared_ptr<Timer::State> timer) override {
-        schedules.entries.emplace(time.now() + delay, VirtualTime::Schedule::Entry{
-                                                          &queue, nullptr, Due(std::move(timer))});
+        schedules.entries.emplace(
+            time.now() + delay,
+            VirtualTime::Schedule::Entry{&queue, nullptr, DueTimer(std::move(timer))});
     }
     MonotonicTime now() const override { return time.now(); }
     WallTime wallTime() const override { return time.wallTime(); }
@@ -221,14 +170,18 @@ private:
 }  // namespace
 
 SerialQueue::SerialQueue(std::string label, Kind kind) : name(std::move(label)) {
-    backend = std::make_unique<RealBackend>(*this, kind);
+    backend = new RealBackend(*this, kind);
 }
 
 SerialQueue::SerialQueue(std::string label, VirtualTime& time)
-    : name(std::move(label)),
-      backend(std::make_unique<VirtualBackend>(*this, time, *time.schedule)) {}
+    : name(std::move(label)), backend(new VirtualBackend(*this, time, *time.schedule)) {}
 
-SerialQueue::~SerialQueue() = default;
+SerialQueue::SerialQueue(std::string label, const MakeBackend& make)
+    : name(std::move(label)), backend(make(*this).release()) {}
+
+SerialQueue::~SerialQueue() {
+    delete backend;
+}
 
 void SerialQueue::post(Task task) {
     backend->post(std::move(task));
@@ -248,7 +201,7 @@ WallTime SerialQueue::wallTime() const {
     return backend->wallTime();
 }
 bool SerialQueue::isCurrent() const {
-    return currentQueue == this;
+    return EnteredQueue::isCurrent(this);
 }
 
 void SerialQueue::assertCurrent() const {
@@ -294,7 +247,7 @@ void VirtualTime::advance(Duration duration) {
         auto node = entries.extract(entries.begin());
         monotonic = std::max(monotonic, node.key());
         Schedule::Entry& entry = node.mapped();
-        const Entered entered(entry.queue);
+        const EnteredQueue entered(entry.queue);
         if (entry.task) {
             entry.task();
         } else {

@@ -58,6 +58,11 @@ public:
     // `time` outlives the queue.
     SerialQueue(std::string label, VirtualTime& time);
 
+    // On an event loop of another library's; see QueueBackend.h.
+    struct Backend;
+    using MakeBackend = std::function<std::unique_ptr<Backend>(const SerialQueue&)>;
+    SerialQueue(std::string label, const MakeBackend& make);
+
     SerialQueue(const SerialQueue&) = delete;
     SerialQueue& operator=(const SerialQueue&) = delete;
     ~SerialQueue();
@@ -72,17 +77,18 @@ public:
     // Stops the process when the caller is not one of this queue's tasks.
     void assertCurrent() const ORVEL_ATTR(assert_capability(this));
 
-    // callersThread only: runs tasks until stop(). stop() may come from any thread, before run()
+    // A main queue only: runs tasks until stop(). stop() may come from any thread, before run()
     // too. Both once.
     void run();
     void stop();
 
-    struct Backend;  // implementation; see QueueIo.h for sockets on a queue
+    // For QueueIo.h: sockets and descriptors on a queue.
     Backend& implementation() { return *backend; }
 
 private:
     const std::string name;
-    std::unique_ptr<Backend> backend;
+    // Deleted by hand: tasks that end with it may still post, and unique_ptr may be null by then.
+    Backend* backend;
 };
 
 // The time of the queues of one test: it stands still until told to advance. Not thread-safe; it

@@ -2,94 +2,24 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <future>
 #include <thread>
-#include <vector>
+
+#include "OrvelKit/Base/SerialQueueTests.h"
 
 using namespace std::chrono_literals;
 
 namespace orvel {
 namespace {
 
-TEST(SerialQueue, runsWhatManyThreadsPostOneAtATimeAndInEachOnesOrder) {
-    SerialQueue queue("orvel.test");
-    constexpr int posters = 4, tasks = 500;
-    std::vector<int> last(posters, -1);  // touched on the queue only; TSan would tell
-    std::promise<void> done;
-    int ran = 0;
-    std::vector<std::thread> threads;
-    for (int p = 0; p < posters; ++p) {
-        threads.emplace_back([&, p] {
-            for (int i = 0; i < tasks; ++i) {
-                queue.post([&, p, i] {
-                    EXPECT_TRUE(queue.isCurrent());
-                    EXPECT_EQ(last[p], i - 1);
-                    last[p] = i;
-                    if (++ran == posters * tasks) done.set_value();
-                });
-            }
-        });
+struct OwnThread {
+    SerialQueue& queue() { return own; }
+    template <class Future>
+    bool waitFor(Future& future) {
+        return future.wait_for(20s) == std::future_status::ready;
     }
-    for (auto& thread : threads)
-        thread.join();
-    ASSERT_EQ(done.get_future().wait_for(10s), std::future_status::ready);
-    EXPECT_FALSE(queue.isCurrent());
-}
-
-TEST(SerialQueue, aTimerFiresAfterItsDelayInRealTime) {
-    SerialQueue queue("orvel.test");
-    std::promise<MonotonicTime> fired;
-    const auto start = queue.now();
-    auto timer = queue.after(5ms, [&] { fired.set_value(queue.now()); });
-    auto result = fired.get_future();
-    ASSERT_EQ(result.wait_for(10s), std::future_status::ready);
-    EXPECT_GE(result.get() - start, 5ms);
-}
-
-TEST(SerialQueue, aTimerCancelledOnItsQueueNeverFires) {
-    SerialQueue queue("orvel.test");
-    std::promise<bool> outcome;
-    bool fired = false;
-    Timer timer, later;
-    queue.post([&] {
-        timer = queue.after(0ms, [&] { fired = true; });
-        timer.cancel();
-        later = queue.after(1ms, [&] { outcome.set_value(fired); });
-    });
-    auto result = outcome.get_future();
-    ASSERT_EQ(result.wait_for(10s), std::future_status::ready);
-    EXPECT_FALSE(result.get());
-}
-
-TEST(SerialQueue, destructionDestroysWaitingTasksUnrun) {
-    auto held = std::make_shared<int>(1);
-    std::weak_ptr<int> watch = held;
-    Timer timer;
-    {
-        SerialQueue queue("orvel.test");
-        timer = queue.after(1h, [held = std::move(held)] { FAIL() << *held; });
-    }
-    timer.cancel();  // the handle may outlive the queue
-    EXPECT_TRUE(watch.expired());
-}
-
-TEST(SerialQueue, aTaskThatKeepsItsOwnTimerAliveEndsWithTheQueue) {
-    struct Owner {
-        Timer timer;
-    };
-    std::vector<std::weak_ptr<Owner>> watches;
-    VirtualTime time;
-    for (const bool isVirtual : {false, true}) {
-        auto owner = std::make_shared<Owner>();
-        const auto queue = isVirtual ? std::make_unique<SerialQueue>("orvel.test", time)
-                                     : std::make_unique<SerialQueue>("orvel.test");
-        owner->timer = queue->after(1h, [owner] { FAIL(); });
-        watches.push_back(owner);
-    }
-    for (const auto& each : watches)
-        EXPECT_TRUE(each.expired());
-}
+    SerialQueue own{"orvel.test"};
+};
+INSTANTIATE_TYPED_TEST_SUITE_P(OwnThread, RealTimeQueue, OwnThread);
 
 TEST(SerialQueue, theMainQueueRunsOnTheCallersThreadUntilStopped) {
     SerialQueue queue("main", SerialQueue::Kind::callersThread);
@@ -128,6 +58,21 @@ TEST(VirtualTime, runsTimersInOrderOfTheirTimesAndPostsBeforeLaterTimers) {
     EXPECT_FALSE(first.isPending());
     time.advance(1ms);
     EXPECT_EQ(order, "1p2");
+}
+
+TEST(VirtualTime, aTaskThatKeepsItsOwnTimerAliveEndsWithTheQueue) {
+    struct Owner {
+        Timer timer;
+    };
+    std::weak_ptr<Owner> watch;
+    VirtualTime time;
+    {
+        SerialQueue queue("orvel.test", time);
+        auto owner = std::make_shared<Owner>();
+        owner->timer = queue.after(1h, [owner] { FAIL(); });
+        watch = owner;
+    }
+    EXPECT_TRUE(watch.expired());
 }
 
 TEST(VirtualTime, theWallClockFollowsAndMayBeSet) {
