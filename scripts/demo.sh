@@ -6,6 +6,10 @@ demoSeconds=10
 faithful=30 # dB: a picture at least as like the screen as this shows the screen
 
 demo() {
+    if [[ $# == 1 && $1 == --internet ]]; then
+        demoInternet
+        return
+    fi
     (($# == 0)) || { usage >&2; exit 2; }
     setUp build run
     build release orvel-agent orvel-phone orvel-moving-screen
@@ -25,15 +29,18 @@ demo() {
     phoneWatches "$film"
     phoneTakesPicture "$picture"
     agentEnds
+    showRows
+}
 
+# row NAME TEXT: a line of the table at the end.
+row() { rows+=("$1|$2"); }
+
+showRows() {
     printf '\n'
     local each
     for each in "${rows[@]}"; do printf '  %-16s %s\n' "${each%%|*}" "${each#*|}"; done
     printf '\n'
 }
-
-# row NAME TEXT: a line of the table at the end.
-row() { rows+=("$1|$2"); }
 
 # A display with something that moves, and somebody who answers for DNS-SD. Sets demoName, demoBind and
 # moving, the processes that draw.
@@ -83,7 +90,7 @@ phoneAsks() {
 # Watches while the phone does everything else, for demoSeconds at least. Everything stands still for the
 # last two seconds, so that the film's last picture can be held against the screen.
 phoneWatches() {
-    local film=$1 pid status=0 begun=$SECONDS
+    local film=$1 name=${1#"$root/"} pid status=0 begun=$SECONDS
     say "the phone watches"
     startTone
     "${orvelPhone[@]}" --agent "$demoName" --json watch --events -o "$film" </dev/null >"$scratch/watch.json" &
@@ -104,29 +111,32 @@ phoneWatches() {
     row 'first picture' "$(jq -rs 'last | "after \(.firstPictureMs | round) ms"' "$scratch/watch.json")"
     row 'pictures' "$(jq -rs 'last | "\(.frames) in \(.seconds | round) s (\(.framesPerSecond * 10 | round / 10) a second), " +
         "\(.megabitsPerSecond * 10 | round / 10) Mbit/s, \(.keyframes) keyframes, \(.drops) lost"' "$scratch/watch.json")"
-    row 'latency' "$(jq -rs 'last | "\(.latencyMedianMs * 10 | round / 10) ms in the median, " +
-        "\(.latency95Ms * 10 | round / 10) ms for 95 of 100"' "$scratch/watch.json")"
+    if jq -es 'last | has("latencyMedianMs")' "$scratch/watch.json" >/dev/null; then
+        row 'latency' "$(jq -rs 'last | "\(.latencyMedianMs * 10 | round / 10) ms in the median, " +
+            "\(.latency95Ms * 10 | round / 10) ms for 95 of 100"' "$scratch/watch.json")"
+    fi
 
     local trouble lasts
     trouble=$(ffmpeg -v error -xerror -i "$film" -fps_mode passthrough -enc_time_base -1 -f null - 2>&1 </dev/null) || trouble="${trouble:-ffmpeg fails}"
-    [[ -z $trouble ]] || fail "demo/session.mp4 does not play: $trouble"
+    [[ -z $trouble ]] || fail "$name does not play: $trouble"
     lasts=$(ffprobe -v error -show_entries format=duration -of csv=p=0 "$film")
     awk -v lasts="$lasts" -v wanted="$demoSeconds" 'BEGIN { exit !(lasts > wanted - 2) }' ||
-        fail "demo/session.mp4 lasts $lasts s instead of $demoSeconds"
+        fail "$name lasts $lasts s instead of $demoSeconds"
     local count
     count=$(ffprobe -v error -select_streams v -count_packets -show_entries stream=nb_read_packets -of csv=p=0 "$film")
     ffmpeg -v error -y -i "$film" -vf "select=eq(n\,$((count - 1)))" -frames:v 1 "$scratch/last.png" </dev/null
     compareWithScreen "$scratch/last.png" "the film's last picture"
     phoneHeard
     hearTone "$film"
-    row 'demo/session.mp4' "$(describe "$film"), $(LC_ALL=C printf '%.1f' "$lasts") s; last picture $likeness dB like the screen"
+    row "$name" "$(describe "$film"), $(LC_ALL=C printf '%.1f' "$lasts") s; last picture $likeness dB like the screen"
 }
 
 phoneTakesPicture() {
+    local name=${1#"$root/"}
     say "the phone takes a picture"
     phone --agent "$demoName" shot "$1" >/dev/null || fail "the phone gets no picture"
-    compareWithScreen "$1" "demo/screen.png"
-    row 'demo/screen.png' "$(describe "$1"); $likeness dB like the screen"
+    compareWithScreen "$1" "$name"
+    row "$name" "$(describe "$1"); $likeness dB like the screen"
     kill -CONT "${moving[@]}"
 }
 

@@ -2,13 +2,14 @@
 # An agent and a phone of our own, with state in $scratch: what demo and benchmarks are made of.
 
 # startAgent [OPTION ...]: the headless agent on this $DISPLAY. Sets agentPid, agentPort and, where its
-# event lines arrive, events.
+# event lines arrive, events. Actions for it are what agentActions names, a file that is opened for reading.
+agentActions=/dev/null
 startAgent() {
     needScratch
     events=$scratch/events
     orvelPhone=("$root/build/release/orvel-phone" --state-dir "$scratch/phone")
     "$root/build/release/orvel-agent" --headless --state-dir "$scratch/agent" "$@" \
-        </dev/null >"$events" 2>"$scratch/agent.log" &
+        <"$agentActions" >"$events" 2>"$scratch/agent.log" &
     agentPid=$!
     adopt "$agentPid"
     waitUntil 15 agentSays '.status.waiting | objects' ||
