@@ -37,7 +37,7 @@ endif()
 function(orvel_use_qt name)
   set_target_properties(${name} PROPERTIES AUTOMOC ON)
   # `slots` and `emit` are names like any other; GLib's and Boost's headers use them.
-  target_compile_definitions(${name} PRIVATE QT_NO_KEYWORDS)
+  target_compile_definitions(${name} PUBLIC QT_NO_KEYWORDS)
 endfunction()
 
 # orvel_library(name [QT] SOURCES ... LINK ... PRIVATE_LINK ...): a static library of this project.

@@ -25,18 +25,22 @@ Headless::~Headless() = default;
 
 void Headless::start(const Identity& identity) {
     print(headlessLine::identity(identity));
-    model.onListening = [](std::uint16_t port) { print(headlessLine::listening(port)); };
-    model.onStatus = [](const AgentCore::Status& status) { print(headlessLine::status(status)); };
-    model.onPairingCode = [](const auto& code) { print(headlessLine::pairingCode(code)); };
-    model.onPairingRequest = [](const auto& request) {
-        print(headlessLine::pairingRequest(request));
+    const auto on = [this](auto signal, auto handler) {
+        QObject::connect(&model, signal, &connections, handler);
     };
-    model.onRelay = [](bool joined) { print(headlessLine::relay(joined)); };
-    model.onUnlock = [](const auto& name, const auto& until) {
-        print(headlessLine::unlock(name, until));
-    };
-    model.onClipboard = [](const std::string& text) { print(headlessLine::clipboard(text)); };
-    model.onDevices = [](const auto& devices) { print(headlessLine::devices(devices)); };
+    using Model = AgentModel;
+    on(&Model::listening, [](std::uint16_t port) { print(headlessLine::listening(port)); });
+    on(&Model::statusChanged, [this] { print(headlessLine::status(model.status())); });
+    on(&Model::pairingCodeChanged,
+       [this] { print(headlessLine::pairingCode(model.pairingCode())); });
+    on(&Model::pairingRequestChanged,
+       [this] { print(headlessLine::pairingRequest(model.pairingRequest())); });
+    on(&Model::relayOnlineChanged, [this] { print(headlessLine::relay(model.relayOnline())); });
+    on(&Model::unlockReported,
+       [](const auto& name, const auto& until) { print(headlessLine::unlock(name, until)); });
+    on(&Model::clipboardArrived,
+       [](const std::string& text) { print(headlessLine::clipboard(text)); });
+    on(&Model::devicesChanged, [this] { print(headlessLine::devices(model.devices())); });
     input.emplace(STDIN_FILENO, [this, weak = std::weak_ptr<int>(alive)](std::string line) {
         mainQueue.post([this, weak, line = std::move(line)] {
             if (!weak.expired()) act(line);

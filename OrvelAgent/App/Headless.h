@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QObject>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -28,6 +29,7 @@ private:
     AgentModel& model;
     std::function<void()> onQuit;
     std::shared_ptr<int> alive = std::make_shared<int>();
+    QObject connections;  // to the model; they end with it
     std::optional<LineReader> input;
 };
 

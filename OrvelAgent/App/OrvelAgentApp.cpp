@@ -64,6 +64,7 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
     const auto permissions = Permissions::create();
     const auto power = Power::create();
     const auto files = FileSystem::create();
+    const auto notifier = Notifier::create();
     const auto poster = EventPoster::create(*stores.defaults);
 
     // Queues outlive what runs on them: they go last, and "orvel.agent" before the ones it posts
@@ -81,22 +82,24 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
     };
     InternetAccess internet(
         {realtimeQueue, accountQueue, *stores.defaults, *stores.secrets, compression});
+    RemotePresence::Parts presence = internet.presence();
+    const bool relayConfigured = presence.relay().has_value();
     AgentCore::Options options{run.name, run.port, run.address};
     auto core = AgentCore::make(
         {agentQueue, captureQueue, audioQueue, filesQueue, mainQueue, *stores.defaults,
          *stores.secrets, *permissions, *power, host, *poster, *files,
          ScreenSource::create(captureQueue, audioQueue), compression, makeTcpListener(agentQueue),
-         run.advertise ? ServiceAdvertiser::create() : nullptr, internet.presence()},
+         run.advertise ? ServiceAdvertiser::create() : nullptr, std::move(presence)},
         options);
     const auto pasteboard = Pasteboard::create(mainQueue);
     const auto workspace = Workspace::create(mainQueue);
     const auto textFocus = TextFocus::create(mainQueue);
     const auto model = std::make_shared<AgentModel>(AgentModel::Parts{
         mainQueue, core, *stores.defaults, *permissions, *power, *pasteboard, *workspace,
-        *textFocus,
+        *textFocus, *notifier, relayConfigured,
         // Pictures leave holes between what stays, and more of them with each session.
         releaseFreeMemory});
-    model->onNewlyPaired = logNewlyPaired;
+    QObject::connect(model.get(), &AgentModel::newlyPaired, logNewlyPaired);
 
     Ending ending(mainQueue, *model);
     boost::asio::signal_set signals(ioContext(mainQueue), SIGINT, SIGTERM);

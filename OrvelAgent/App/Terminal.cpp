@@ -41,21 +41,24 @@ Terminal::Terminal(SerialQueue& queue, AgentModel& agentModel, std::function<voi
 Terminal::~Terminal() = default;
 
 void Terminal::start() {
-    model.onListening = [](std::uint16_t port) {
-        print("listening on port " + std::to_string(port));
+    const auto on = [this](auto signal, auto handler) {
+        QObject::connect(&model, signal, &connections, handler);
     };
-    model.onStatus = [](const AgentCore::Status& status) {
-        print(std::visit(StatusText(), status.value));
-    };
-    model.onPairingCode = [](const std::optional<std::string>& code) {
+    on(&AgentModel::listening,
+       [](std::uint16_t port) { print("listening on port " + std::to_string(port)); });
+    on(&AgentModel::statusChanged,
+       [this] { print(std::visit(StatusText(), model.status().value)); });
+    on(&AgentModel::pairingCodeChanged, [this] {
+        const auto& code = model.pairingCode();
         if (!code) return;
         print("a new phone wants to pair; type this on it:  " + code->substr(0, 3) + " " +
               code->substr(3) + "   (or \"reject\" here)");
-    };
-    model.onPairingRequest = [](const std::optional<PairingRequest>& request) {
+    });
+    on(&AgentModel::pairingRequestChanged, [this] {
+        const auto& request = model.pairingRequest();
         if (!request) return;
         print(printable(request->name) + " typed the code; type \"allow\" or \"reject\"");
-    };
+    });
     input.emplace(STDIN_FILENO, [this, weak = std::weak_ptr<int>(alive)](std::string line) {
         mainQueue.post([this, weak, line = std::move(line)] {
             if (!weak.expired()) act(line);
@@ -66,7 +69,8 @@ void Terminal::start() {
 void Terminal::act(const std::string& word) {
     if (word.empty()) return;
     if (word == "allow") {
-        if (model.pairingRequest) return model.allowPairing(model.pairingRequest->deviceID);
+        if (const auto request = model.pairingRequest())
+            return model.allowPairing(request->deviceID);
         return print("no phone waits to be allowed");
     }
     if (word == "reject") return model.rejectPairing();

@@ -240,10 +240,11 @@ void AgentCore::allowPairing(const std::string& deviceID) {
     });
 }
 
-void AgentCore::setRemoteAccess(RemoteAccess mode) {
-    onQueue([mode](AgentCore& core) {
+void AgentCore::setRemoteAccess(RemoteAccess mode, std::function<void()> completion) {
+    onQueue([mode, completion = std::move(completion)](AgentCore& core) {
         core.queue.assertCurrent();
         core.remote->setMode(mode);
+        if (completion) core.onMain([completion](AgentCore&) { completion(); });
     });
 }
 

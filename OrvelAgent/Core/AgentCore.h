@@ -110,7 +110,8 @@ public:
     void rejectPairing();
     // Admits the phone that waits under this device ID, if it still does.
     void allowPairing(const std::string& deviceID);
-    void setRemoteAccess(RemoteAccess mode);
+    // `completion` comes on the main queue: reports of before it come earlier.
+    void setRemoteAccess(RemoteAccess mode, std::function<void()> completion = {});
 
     // What happens on this computer: told to the active phone, if there is one.
     void sendClipboard(std::string text);

@@ -34,6 +34,10 @@ std::optional<RemoteAccess> remoteAccessFrom(const std::string& raw) {
     return std::nullopt;
 }
 
+RemoteAccess storedRemoteAccess(Defaults& defaults) {
+    return remoteAccessFrom(defaults.string(modeKey).value_or("")).value_or(RemoteAccess::on);
+}
+
 RemotePresence::RemotePresence(SerialQueue& agentQueue, Parts presenceParts, Defaults& userDefaults,
                                PairedDevices& pairedDevices, const Identity& agentIdentity,
                                std::string computerName)
@@ -54,7 +58,8 @@ void RemotePresence::start() {
 void RemotePresence::setMode(RemoteAccess mode) {
     queue.assertCurrent();
     if (stopped) return;
-    defaults.set(modeKey, rawValue(mode));
+    // What the user has closed stays closed, on a full disk too.
+    unstoredMode = defaults.set(modeKey, rawValue(mode)) ? std::nullopt : std::optional(mode);
     unlockedUntil.reset();
     apply();
 }
@@ -66,7 +71,8 @@ void RemotePresence::stop() {
 }
 
 RemoteAccess RemotePresence::mode() const {
-    return remoteAccessFrom(defaults.string(modeKey).value_or("")).value_or(RemoteAccess::on);
+    queue.assertCurrent();
+    return unstoredMode ? *unstoredMode : storedRemoteAccess(defaults);
 }
 
 void RemotePresence::apply() {

@@ -25,6 +25,7 @@ enum class RemoteAccess { on, standby, off };
 
 const char* rawValue(RemoteAccess mode);
 std::optional<RemoteAccess> remoteAccessFrom(const std::string& rawValue);
+RemoteAccess storedRemoteAccess(Defaults& defaults);  // "on" when nothing sensible is
 
 // This computer's presence at the relay: it listens on its topic, answers paired phones there as
 // the policy says, and makes a session of each offer that is accepted. Who is admitted on a session
@@ -78,7 +79,7 @@ public:
     // The sessions end, the relay is left; nothing comes after that.
     void stop();
 
-    RemoteAccess mode() const;  // as stored; "on" when nothing sensible is
+    RemoteAccess mode() const;
 
 private:
     struct PendingOffer {
@@ -124,6 +125,7 @@ private:
     const std::string macName;
 
     std::shared_ptr<RealtimeChannel> channel OWNED_BY(queue);  // null: off, or not configured
+    std::optional<RemoteAccess> unstoredMode OWNED_BY(queue);  // set when nothing could be written
     std::optional<WallTime> unlockedUntil OWNED_BY(queue);
     std::map<std::string, Session> sessions OWNED_BY(queue);  // by conversation
     std::map<std::string, PendingOffer> pendingOffers OWNED_BY(queue);

@@ -12,6 +12,7 @@
 #include "OrvelAgent/Platform/Fake/FakeFileSystem.h"
 #include "OrvelAgent/Platform/Fake/FakeHostInfo.h"
 #include "OrvelAgent/Platform/Fake/FakeNetwork.h"
+#include "OrvelAgent/Platform/Fake/FakeNotifier.h"
 #include "OrvelAgent/Platform/Fake/FakePasteboard.h"
 #include "OrvelAgent/Platform/Fake/FakePermissions.h"
 #include "OrvelAgent/Platform/Fake/FakePower.h"
@@ -47,24 +48,30 @@ public:
              compression->factory(), std::make_unique<FakeListener>(queue, port),
              std::move(advertiser), relay.parts()},
             options);
-        model = std::make_shared<AgentModel>(
-            AgentModel::Parts{mainQueue, core, defaults, permissions, power, pasteboard, workspace,
-                              textFocus, [this] { ++rests; }});
-        model->onListening = [this](auto value) { news.push_back(headlessLine::listening(value)); };
-        model->onStatus = [this](auto& value) { news.push_back(headlessLine::status(value)); };
-        model->onPairingCode = [this](auto& value) {
-            news.push_back(headlessLine::pairingCode(value));
+        model = std::make_shared<AgentModel>(AgentModel::Parts{
+            mainQueue, core, defaults, permissions, power, pasteboard, workspace, textFocus,
+            notifier, relay.config.has_value(), [this] { ++rests; },
+            [](WallTime time) {
+                return shortTime(time, QLocale(QLocale::Turkish), QTimeZone::utc());
+            }});
+        const auto on = [this](auto signal, auto handler) {
+            QObject::connect(model.get(), signal, handler);
         };
-        model->onPairingRequest = [this](auto& value) {
-            news.push_back(headlessLine::pairingRequest(value));
+        const auto line = [this](auto signal, auto form, auto field) {
+            QObject::connect(model.get(), signal,
+                             [this, form, field] { add(form((model.get()->*field)())); });
         };
-        model->onRelay = [this](bool joined) { news.push_back(headlessLine::relay(joined)); };
-        model->onUnlock = [this](auto& name, auto& until) {
-            news.push_back(headlessLine::unlock(name, until));
-        };
-        model->onClipboard = [this](auto& text) { news.push_back(headlessLine::clipboard(text)); };
-        model->onDevices = [this](auto& value) { news.push_back(headlessLine::devices(value)); };
-        model->onNewlyPaired = [this](auto& device) { newlyPaired.push_back(device.name); };
+        using Model = AgentModel;
+        on(&Model::listening, [this](auto port) { add(headlessLine::listening(port)); });
+        line(&Model::statusChanged, headlessLine::status, &Model::status);
+        line(&Model::pairingCodeChanged, headlessLine::pairingCode, &Model::pairingCode);
+        line(&Model::pairingRequestChanged, headlessLine::pairingRequest, &Model::pairingRequest);
+        line(&Model::relayOnlineChanged, headlessLine::relay, &Model::relayOnline);
+        line(&Model::devicesChanged, headlessLine::devices, &Model::devices);
+        on(&Model::unlockReported,
+           [this](auto& name, auto& until) { add(headlessLine::unlock(name, until)); });
+        on(&Model::clipboardArrived, [this](auto& text) { add(headlessLine::clipboard(text)); });
+        on(&Model::newlyPaired, [this](auto& device) { newlyPaired.push_back(device.name); });
         mainQueue.post([this] { model->start(); });
         time.runPending();
     }
@@ -104,8 +111,9 @@ public:
         mainQueue.post([this, action] { action(*model); });
         time.runPending();
     }
+    void add(std::string line) { news.push_back(std::move(line)); }
     std::vector<std::string> takeNews() { return std::exchange(news, {}); }
-    std::string statusLine() const { return headlessLine::status(model->status); }
+    std::string statusLine() const { return headlessLine::status(model->status()); }
 
     VirtualTime time;
     int rests = 0;  // of the model
@@ -113,6 +121,7 @@ public:
     MemorySecretStore secrets;
     FakePermissions permissions;
     FakePower power;
+    FakeNotifier notifier;
     FakeHostInfo host;
     std::shared_ptr<FakeListener::Port> port = std::make_shared<FakeListener::Port>();
     std::shared_ptr<FakeCompression> compression = std::make_shared<FakeCompression>();

@@ -19,7 +19,7 @@ TEST(Pairing, aNewPhonePairsWithItsCodeAndComesBackWithout) {
     agent.takeNews();
     TestPhone phone = agent.phone();
     phone.shakeHands();
-    EXPECT_EQ(agent.model->pairingCode, phone.code);
+    EXPECT_EQ(agent.model->pairingCode(), phone.code);
     phone.send({phone.helloWithPin()});
     const auto welcome = phone.controls();
     ASSERT_FALSE(welcome.empty());
@@ -39,7 +39,7 @@ TEST(Pairing, aNewPhonePairsWithItsCodeAndComesBackWithout) {
     EXPECT_EQ(agent.takeNews(), std::vector<std::string>{waitingLine});
     TestPhone again = agent.phone(phone.identity);
     again.shakeHands();
-    EXPECT_EQ(agent.model->pairingCode, std::nullopt);
+    EXPECT_EQ(agent.model->pairingCode(), std::nullopt);
     again.send({again.hello()});
     EXPECT_TRUE(again.controls().at(0).as<Welcome>());
     EXPECT_EQ(agent.newlyPaired.size(), 1u);
@@ -98,8 +98,8 @@ TEST(Pairing, whoIsNotAdmittedHearsWhyAndIsGone) {
         phone.send({hello});
         EXPECT_EQ(phone.controls(), rejectedWith(row.want));
         EXPECT_TRUE(phone.isOver());
-        EXPECT_EQ(agent.model->pairingCode, std::nullopt);
-        EXPECT_TRUE(agent.model->devices.empty());
+        EXPECT_EQ(agent.model->pairingCode(), std::nullopt);
+        EXPECT_TRUE(agent.model->devices().empty());
         EXPECT_TRUE(agent.screen->calls.empty());
     }
 }
@@ -110,12 +110,12 @@ TEST(Pairing, theNewestCodeIsShownAndHiddenWithItsPhone) {
     TestPhone first = agent.phone(), second = agent.phone();
     first.shakeHands();
     second.shakeHands();
-    EXPECT_EQ(agent.model->pairingCode, second.code);
+    EXPECT_EQ(agent.model->pairingCode(), second.code);
     first.close();
-    EXPECT_EQ(agent.model->pairingCode, second.code);
+    EXPECT_EQ(agent.model->pairingCode(), second.code);
     agent.time.advance(180s);
     EXPECT_TRUE(second.isOver());
-    EXPECT_EQ(agent.model->pairingCode, std::nullopt);
+    EXPECT_EQ(agent.model->pairingCode(), std::nullopt);
 }
 
 TEST(Pairing, theUserMayRefuseTheShownPhone) {
@@ -124,7 +124,7 @@ TEST(Pairing, theUserMayRefuseTheShownPhone) {
     TestPhone phone = agent.phone();
     phone.shakeHands();
     agent.act([](AgentModel& model) { model.rejectPairing(); });
-    EXPECT_EQ(agent.model->pairingCode, std::nullopt);
+    EXPECT_EQ(agent.model->pairingCode(), std::nullopt);
     EXPECT_EQ(phone.controls(), rejectedWith(Rejection::pinRequired));
     EXPECT_TRUE(phone.isOver());
     agent.act([](AgentModel& model) { model.rejectPairing(); });  // nothing shown: nothing happens
@@ -143,7 +143,7 @@ TEST(Pairing, whenTheUserWantsToBeAskedANewPhoneWaitsForIt) {
     phone.send({phone.helloWithPin()});
     const std::string id = phone.identity.fingerprint();
     EXPECT_TRUE(phone.controls().empty());
-    EXPECT_EQ(agent.model->pairingRequest, (PairingRequest{id, "Telefon"}));
+    EXPECT_EQ(agent.model->pairingRequest(), (PairingRequest{id, "Telefon"}));
     EXPECT_EQ(agent.newlyPaired.size(), 0u);
     known.shakeHands();
     known.send({known.hello()});
@@ -152,8 +152,8 @@ TEST(Pairing, whenTheUserWantsToBeAskedANewPhoneWaitsForIt) {
     EXPECT_TRUE(phone.controls().empty());
     agent.act([&](AgentModel& model) { model.allowPairing(id); });
     EXPECT_TRUE(phone.controls().at(0).as<Welcome>());
-    EXPECT_EQ(agent.model->pairingRequest, std::nullopt);
-    EXPECT_EQ(agent.model->pairingCode, std::nullopt);
+    EXPECT_EQ(agent.model->pairingRequest(), std::nullopt);
+    EXPECT_EQ(agent.model->pairingCode(), std::nullopt);
     EXPECT_EQ(agent.newlyPaired, std::vector<std::string>{"Telefon"});
 }
 
@@ -166,15 +166,15 @@ TEST(Pairing, aRequestIsWithdrawnWhenItsPhoneGoesOrIsRefused) {
         each->shakeHands();
         each->send({each->helloWithPin()});
     }
-    EXPECT_EQ(agent.model->pairingRequest->deviceID, other.identity.fingerprint());
+    EXPECT_EQ(agent.model->pairingRequest()->deviceID, other.identity.fingerprint());
     agent.act([](AgentModel& model) { model.rejectPairing(); });
     EXPECT_EQ(other.controls(), rejectedWith(Rejection::pinRequired));
-    EXPECT_EQ(agent.model->pairingRequest->deviceID, phone.identity.fingerprint());
+    EXPECT_EQ(agent.model->pairingRequest()->deviceID, phone.identity.fingerprint());
     agent.time.advance(180s);
     EXPECT_TRUE(phone.isOver());
-    EXPECT_EQ(agent.model->pairingRequest, std::nullopt);
+    EXPECT_EQ(agent.model->pairingRequest(), std::nullopt);
     agent.act([&](AgentModel& model) { model.allowPairing(phone.identity.fingerprint()); });
-    EXPECT_TRUE(agent.model->devices.empty());
+    EXPECT_TRUE(agent.model->devices().empty());
 }
 
 TEST(Pairing, strangersCannotKeepAKnownPhoneOut) {
@@ -242,13 +242,13 @@ TEST(Pairing, forgettingEndsThatPhonesLinksAndForgettingAllOnlyTheActiveOne) {
     agent.act([&](AgentModel& model) { model.forget(b.fingerprint()); });
     EXPECT_TRUE(idle.isOver());
     EXPECT_FALSE(first.isOver());
-    EXPECT_EQ(agent.model->devices.size(), 1u);
+    EXPECT_EQ(agent.model->devices().size(), 1u);
     TestPhone stranger = agent.phone();
     stranger.shakeHands();
     agent.act([](AgentModel& model) { model.forgetAll(); });
     EXPECT_TRUE(first.isOver());
     EXPECT_FALSE(stranger.isOver());
-    EXPECT_TRUE(agent.model->devices.empty());
+    EXPECT_TRUE(agent.model->devices().empty());
     TestPhone returning = agent.phone(a);
     returning.shakeHands();
     returning.send({returning.hello()});

@@ -292,11 +292,11 @@ TEST(AgentModel, watchesThePermissions) {
     FakeAgent agent;
     agent.permissions.screenRecordingGranted = false;
     agent.start();
-    EXPECT_FALSE(agent.model->screenGranted);
-    EXPECT_TRUE(agent.model->accessibilityGranted);
+    EXPECT_FALSE(agent.model->screenGranted());
+    EXPECT_TRUE(agent.model->accessibilityGranted());
     agent.permissions.screenRecordingGranted = true;
     agent.time.advance(2s);
-    EXPECT_TRUE(agent.model->screenGranted);
+    EXPECT_TRUE(agent.model->screenGranted());
 }
 
 }  // namespace
