@@ -366,9 +366,7 @@ void AgentCore::handleLanHello(const std::shared_ptr<ClientSession>& session, co
         pairing.remove(*session);
         session->reject(*reason);
     } else if (std::holds_alternative<Admission::KnownPhone>(verdict)) {
-        pairing.remove(*session);
-        lan.admitted(*session);
-        admit(session, hello);
+        admitLocally(session, hello);
     } else if (defaults.boolean("askBeforePairing").value_or(false)) {
         pairing.ask(session, hello);
     } else {
@@ -378,6 +376,10 @@ void AgentCore::handleLanHello(const std::shared_ptr<ClientSession>& session, co
 
 void AgentCore::pair(const std::shared_ptr<ClientSession>& session, const Hello& hello) {
     devices.trust(hello.deviceID, *session->peerKey(), queue.wallTime());
+    admitLocally(session, hello);
+}
+
+void AgentCore::admitLocally(const std::shared_ptr<ClientSession>& session, const Hello& hello) {
     pairing.remove(*session);
     lan.admitted(*session);
     admit(session, hello);

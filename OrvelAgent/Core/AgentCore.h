@@ -132,6 +132,8 @@ private:
         RUNS_ON(queue);
     void handleInternetHello(const std::shared_ptr<RTCPhoneSession>& session, const Hello& hello)
         RUNS_ON(queue);
+    void admitLocally(const std::shared_ptr<ClientSession>& session, const Hello& hello)
+        RUNS_ON(queue);
     void admit(const std::shared_ptr<PhoneLink>& link, const Hello& hello) RUNS_ON(queue);
     void internetSessionArrived(const std::shared_ptr<RTCPhoneSession>& session) RUNS_ON(queue);
     void startCapture(const std::shared_ptr<PhoneLink>& link, bool isAdmission) RUNS_ON(queue);

@@ -60,10 +60,7 @@ public:
     std::optional<std::string> deviceID() const override;
     bool wantsEncodedVideo() const override { return true; }
     bool isInternet() const override { return false; }
-    // What fits into a sealed frame.
-    std::size_t longestControl() const override {
-        return Frame::maxPayload - Frame::headerLength - FrameBuffer::tailroom;
-    }
+    std::size_t longestControl() const override { return FrameBuffer::longestSealed; }
     std::int64_t fileBacklog() const override;
     void sendAudio(const AudioPacket& packet) override;
     void sendControl(const Control& control) override;

@@ -1,6 +1,5 @@
 #include "OrvelAgent/Core/ControlDispatch.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace orvel {
@@ -33,7 +32,7 @@ struct ControlDispatch::Obey {
             [weak = std::weak_ptr(link)](DirectoryListing listing) {
                 if (const auto asking = weak.lock()) asking->sendControl({std::move(listing)});
             },
-            std::min(link->longestControl(), FileServer::longestListing));
+            link->longestControl());
         if (outcome == FileServer::Outcome::refused) link->close();
     }
     void operator()(const Control::FetchFile& fetch) const {

@@ -39,7 +39,7 @@ public:
     std::optional<std::string> deviceID() const override { return "aaaaaaaaaaaaaaaa"; }
     bool wantsEncodedVideo() const override { return true; }
     bool isInternet() const override { return false; }
-    std::size_t longestControl() const override { return Frame::maxPayload; }
+    std::size_t longestControl() const override { return FrameBuffer::longestSealed; }
     std::int64_t fileBacklog() const override { return backlog; }
     void sendAudio(const AudioPacket&) override {}
     void sendControl(const Control& control) override { controls.push_back(control); }

@@ -33,9 +33,6 @@ public:
     static constexpr std::size_t maxOpen = 64;        // downloads of a link at once; others wait
     static constexpr std::size_t maxWaiting = 4'096;  // of a link
     static constexpr std::size_t maxListings = 256;   // not yet answered, all in all
-    // JSON of a directory control that fits into one sealed frame.
-    static constexpr std::size_t longestListing =
-        Frame::maxPayload - Frame::headerLength - FrameBuffer::tailroom;
 
     enum class Outcome {
         accepted,
@@ -54,7 +51,7 @@ public:
     // the first entries.
     [[nodiscard]] Outcome listDirectory(const std::optional<std::string>& path,
                                         std::function<void(DirectoryListing)> reply,
-                                        std::size_t maxBytes = longestListing);
+                                        std::size_t maxBytes = FrameBuffer::longestSealed);
 
     // The outcome arrives at the phone. A download of the link that already has this id is
     // replaced, without an end frame, when the new one starts.

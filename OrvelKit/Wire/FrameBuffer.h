@@ -16,6 +16,8 @@ class FrameBuffer {
 public:
     static constexpr std::size_t headroom = 2 * Frame::headerLength;
     static constexpr std::size_t tailroom = 16;  // Poly1305 tag
+    // The longest payload that still fits into a sealed frame.
+    static constexpr std::size_t longestSealed = Frame::maxPayload - Frame::headerLength - tailroom;
 
     // Room for exactly `payloadLength` bytes of payload, uninitialised: the caller writes them
     // all. A length beyond 32 bits stops the process.

@@ -18,10 +18,8 @@ struct ClipOptions {
 void setClipboard(CommandContext& context, std::string text) {
     const Control control{Control::Clipboard{std::move(text)}};
     // A longer control would end the connection instead.
-    constexpr std::size_t mostNearby =
-        Frame::maxPayload - Frame::headerLength - FrameBuffer::tailroom;
     const std::size_t most =
-        context.settings.internet ? InternetConnection::maxControl : mostNearby;
+        context.settings.internet ? InternetConnection::maxControl : FrameBuffer::longestSealed;
     if (control.toJson().size() > most) throw CommandError("The text is too long for a clipboard.");
     ControlSession session = ControlSession::open(context);
     session.link().send(control);

@@ -1,7 +1,5 @@
 #include "OrvelAgent/Platform/Linux/X11Capture.h"
 
-#include <xcb/randr.h>
-
 #include <algorithm>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <chrono>
@@ -35,20 +33,13 @@ struct X11Capture::Screen {
     Screen(boost::asio::io_context& io, const std::string& display,
            const ScreenSource::Configuration& wanted)
         : x11(display),
+          monitorEvents(x11),
           socket(io),
           pool(wanted.width, wanted.height, wanted.queueDepth),
           changed(wanted.width, wanted.height) {
         boost::system::error_code error;
         socket.assign(xcb_get_file_descriptor(x11.get()), error);
         if (error) throw X11Failure("the X server's socket cannot be waited for");
-        // From here on no change goes unnoticed.
-        if (const auto* randr = x11.extension(xcb_randr_id)) {
-            layoutEvent = randr->first_event;
-            xcb_randr_select_input(x11.get(), x11.root(),
-                                   XCB_RANDR_NOTIFY_MASK_SCREEN_CHANGE |
-                                       XCB_RANDR_NOTIFY_MASK_CRTC_CHANGE |
-                                       XCB_RANDR_NOTIFY_MASK_OUTPUT_CHANGE);
-        }
     }
     // The descriptor is the connection's.
     ~Screen() {
@@ -79,6 +70,7 @@ struct X11Capture::Screen {
     }
 
     X11Connection x11;
+    X11MonitorEvents monitorEvents;  // asked for first, so that no change goes unnoticed
     boost::asio::posix::stream_descriptor socket;
     std::optional<X11Framebuffer> framebuffer;
     std::optional<X11Pointer> pointer;  // if it is shown
@@ -87,7 +79,6 @@ struct X11Capture::Screen {
     ChangedTiles changed;  // between the last two pictures
     Rect pointerPlace;     // in the last picture, root coordinates
 
-    std::uint8_t layoutEvent = 0;
     bool isDamaged = true;
     bool isLayoutOld = false;  // monitors may have changed
     int refusals = 0;          // of the last pictures, perhaps because of that
@@ -207,7 +198,7 @@ void X11Capture::readEvents() {
 }
 
 void X11Capture::handle(const xcb_generic_event_t& event) {
-    const int type = event.response_type & 0x7F;
+    const std::uint8_t type = event.response_type & 0x7F;
     if (type == 0) {
         throw X11Failure(
             "the X server refused a request, error " +
@@ -215,9 +206,7 @@ void X11Capture::handle(const xcb_generic_event_t& event) {
     }
     if (screen->framebuffer->isDamage(event)) {
         screen->isDamaged = true;
-    } else if (screen->layoutEvent &&
-               (type == screen->layoutEvent + XCB_RANDR_SCREEN_CHANGE_NOTIFY ||
-                type == screen->layoutEvent + XCB_RANDR_NOTIFY)) {
+    } else if (screen->monitorEvents.contain(type)) {
         screen->isLayoutOld = true;
     } else if (screen->pointer) {
         screen->pointer->handle(event);

@@ -1,6 +1,5 @@
 #include "OrvelAgent/Platform/Linux/X11Input.h"
 
-#include <xcb/randr.h>
 #include <xcb/xtest.h>
 
 #include <algorithm>
@@ -29,6 +28,7 @@ std::int16_t pixel(double coordinate) {
 
 X11Input::X11Input(const std::string& display)
     : x11(display),
+      monitorEvents(x11),
       watch(x11),
       devices(x11),
       record(x11, display),
@@ -39,13 +39,6 @@ X11Input::X11Input(const std::string& display)
       typer(keyboard, keys, ping, [this] { writeRecord(); }),
       keepLent(keepWhileTyping) {
     if (!x11.extension(xcb_test_id)) throw X11Failure("the X server lacks the XTEST extension");
-    if (const auto* randr = x11.extension(xcb_randr_id)) {
-        layoutEvent = randr->first_event;
-        xcb_randr_select_input(x11.get(), x11.root(),
-                               XCB_RANDR_NOTIFY_MASK_SCREEN_CHANGE |
-                                   XCB_RANDR_NOTIFY_MASK_CRTC_CHANGE |
-                                   XCB_RANDR_NOTIFY_MASK_OUTPUT_CHANGE);
-    }
     readButtonMap();
     recover();
     look();
@@ -124,14 +117,11 @@ void X11Input::finish() {
 X11Input::News X11Input::readEvents() {
     News news;
     while (const auto event = x11.pollEvent()) {
-        const int type = event->response_type & 0x7F;
-        const bool isLayout =
-            layoutEvent && (type == layoutEvent + XCB_RANDR_SCREEN_CHANGE_NOTIFY ||
-                            type == layoutEvent + XCB_RANDR_NOTIFY);
+        const std::uint8_t type = event->response_type & 0x7F;
         const bool isRoot =
             type == XCB_CONFIGURE_NOTIFY &&
             reinterpret_cast<const xcb_configure_notify_event_t&>(*event).window == x11.root();
-        if (isLayout || isRoot) {
+        if (monitorEvents.contain(type) || isRoot) {
             areMonitorsOld = news.toLookAt = true;
         } else if (type == XCB_MAPPING_NOTIFY) {
             const auto& change = reinterpret_cast<const xcb_mapping_notify_event_t&>(*event);

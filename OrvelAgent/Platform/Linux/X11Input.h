@@ -73,6 +73,7 @@ private:
     void readButtonMap();
 
     X11Connection x11;
+    X11MonitorEvents monitorEvents;
     PointerWatch watch;
     VirtualDevices devices;
     InputRecord record;
@@ -85,7 +86,6 @@ private:
     std::array<std::optional<std::uint8_t>, 2> buttons;  // left and right, while they are held
     std::vector<std::uint8_t> buttonMap;  // what each button means to programs, from the first on
     WheelSteps wheel;
-    std::uint8_t layoutEvent = 0;  // RandR's first; 0: none
     std::vector<X11Monitor> known;
     bool areMonitorsOld = true;
 };

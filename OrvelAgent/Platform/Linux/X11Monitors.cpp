@@ -58,6 +58,20 @@ std::string outputModel(const X11Connection& x11, xcb_atom_t edid,
 
 }  // namespace
 
+X11MonitorEvents::X11MonitorEvents(const X11Connection& x11) {
+    const auto* randr = x11.extension(xcb_randr_id);
+    if (!randr) return;
+    first = randr->first_event;
+    xcb_randr_select_input(x11.get(), x11.root(),
+                           XCB_RANDR_NOTIFY_MASK_SCREEN_CHANGE | XCB_RANDR_NOTIFY_MASK_CRTC_CHANGE |
+                               XCB_RANDR_NOTIFY_MASK_OUTPUT_CHANGE);
+}
+
+bool X11MonitorEvents::contain(std::uint8_t eventType) const {
+    return first != 0 && (eventType == first + XCB_RANDR_SCREEN_CHANGE_NOTIFY ||
+                          eventType == first + XCB_RANDR_NOTIFY);
+}
+
 std::string modelName(ByteView edid) {
     constexpr std::size_t blockSize = 128, firstDescriptor = 54, descriptorSize = 18;
     constexpr std::size_t textAt = 5;

@@ -23,6 +23,17 @@ struct X11Monitor {
 // X11Failure.
 std::vector<X11Monitor> readMonitors(const X11Connection& x11);
 
+// Which events tell that the monitors may have changed.
+class X11MonitorEvents {
+public:
+    // Asks for them; sent with the next flush. Without RandR there are none.
+    explicit X11MonitorEvents(const X11Connection& x11);
+    bool contain(std::uint8_t eventType) const;  // without the bit for events that were sent
+
+private:
+    std::uint8_t first = 0;  // of RandR's; 0: none
+};
+
 // From here on: what readMonitors() consists of.
 
 // The model's name in a monitor's identification data (EDID); empty if there is none.
