@@ -256,48 +256,5 @@ TEST(Session, quittingEndsEverythingAndThenSaysSo) {
     EXPECT_TRUE(agent.phone().isOver());
 }
 
-TEST(AgentModel, restsOnceAWhileAfterTheLastSession) {
-    FakeAgent agent;
-    agent.start();
-    agent.time.advance(1min);
-    EXPECT_EQ(agent.rests, 0);
-    TestPhone first = agent.admittedPhone();
-    agent.time.advance(1min);
-    first.close();
-    agent.time.advance(AgentModel::restDelay - 1ns);
-    TestPhone next = agent.admittedPhone();
-    agent.time.advance(1min);
-    EXPECT_EQ(agent.rests, 0);
-    next.close();
-    agent.time.advance(AgentModel::restDelay);
-    EXPECT_EQ(agent.rests, 1);
-    agent.time.advance(1min);
-    EXPECT_EQ(agent.rests, 1);
-}
-
-TEST(AgentModel, keepsAwakeByDefaultAndWithOneAssertion) {
-    FakeAgent agent;
-    agent.start();
-    EXPECT_EQ(agent.power.held.at(1), "Orvel: telefondan erişilebilir kal");
-    agent.act([](AgentModel& model) { model.setKeepAwake(true); });
-    EXPECT_EQ(agent.power.assertionsMade, 1);
-    agent.act([](AgentModel& model) { model.setKeepAwake(false); });
-    EXPECT_TRUE(agent.power.held.empty());
-    EXPECT_EQ(agent.defaults.boolean("keepAwake"), false);
-    agent.act([](AgentModel& model) { model.setKeepAwake(true); });
-    EXPECT_EQ(agent.power.assertionsMade, 2);
-}
-
-TEST(AgentModel, watchesThePermissions) {
-    FakeAgent agent;
-    agent.permissions.screenRecordingGranted = false;
-    agent.start();
-    EXPECT_FALSE(agent.model->screenGranted());
-    EXPECT_TRUE(agent.model->accessibilityGranted());
-    agent.permissions.screenRecordingGranted = true;
-    agent.time.advance(2s);
-    EXPECT_TRUE(agent.model->screenGranted());
-}
-
 }  // namespace
 }  // namespace orvel
