@@ -51,8 +51,8 @@ public:
         model = std::make_shared<AgentModel>(AgentModel::Parts{
             mainQueue, core, defaults, permissions, power, pasteboard, workspace, textFocus,
             notifier, relay.config.has_value(), [this] { ++rests; },
-            [](WallTime time) {
-                return shortTime(time, QLocale(QLocale::Turkish), QTimeZone::utc());
+            [](WallTime wallTime) {
+                return shortTime(wallTime, QLocale(QLocale::Turkish), QTimeZone::utc());
             }});
         const auto on = [this](auto signal, auto handler) {
             QObject::connect(model.get(), signal, handler);
@@ -62,7 +62,7 @@ public:
                              [this, form, field] { add(form((model.get()->*field)())); });
         };
         using Model = AgentModel;
-        on(&Model::listening, [this](auto port) { add(headlessLine::listening(port)); });
+        on(&Model::listening, [this](auto number) { add(headlessLine::listening(number)); });
         line(&Model::statusChanged, headlessLine::status, &Model::status);
         line(&Model::pairingCodeChanged, headlessLine::pairingCode, &Model::pairingCode);
         line(&Model::pairingRequestChanged, headlessLine::pairingRequest, &Model::pairingRequest);
