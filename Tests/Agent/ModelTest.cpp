@@ -77,7 +77,7 @@ TEST_F(ModelTest, anUnlockIsShownRecordedAndAnnouncedUntilItsSessionEnds) {
     const char* const opened = "08:30 · Cep uzaktan erişimi açtı (09:30'e kadar)";
     EXPECT_THAT(agent.model->remoteEvents(), ElementsAre(opened));
     ASSERT_EQ(agent.notifier.posted.size(), 1u);
-    const auto& [identifier, title, body] = agent.notifier.posted[0];
+    const auto [identifier, title, body] = agent.notifier.posted[0];
     EXPECT_EQ(title, "Uzaktan erişim açıldı");
     EXPECT_EQ(body,
               "Cep bu Mac'e uzaktan erişimi 09:30'e kadar açtı. Sen istemediysen menüden "
