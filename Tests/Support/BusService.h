@@ -21,6 +21,7 @@ public:
                    const std::string& answers, const std::string& code);
     // The calls so far, one a line: time, method, arguments.
     std::string calls() const { return fileText(log()); }
+    BackgroundProcess& process() { return *mock; }
     bool wasCalled(const std::string& call) const {
         return calls().find(call) != std::string::npos;
     }
