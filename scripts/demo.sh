@@ -96,6 +96,8 @@ phoneWatches() {
     "${orvelPhone[@]}" --agent "$demoName" --json watch --events -o "$film" </dev/null >"$scratch/watch.json" &
     pid=$!
     adopt "$pid"
+    # From here on the other commands use its link; earlier they would take the computer from it.
+    waitUntil 30 test -s "$scratch/watch.json" || fail "the phone sees nothing"
     phoneDrives
     phoneFetches
     local rest=$((demoSeconds - 2 - (SECONDS - begun)))

@@ -1,14 +1,16 @@
 # shellcheck shell=bash
 # ./orvel demo --internet: a relay, an agent and a phone that is paired on the local network and then comes
-# over WebRTC alone; and the computer in standby.
+# over WebRTC alone; the same session in a browser, where one is installed; and the computer in standby.
+
+browserText='a browser was here'
 
 demoInternet() {
     setUp build run
     build release orvel-agent orvel-phone orvel-relay orvel-moving-screen
     needScratch
-    local film=$root/demo/internet.mp4 picture=$root/demo/internet.png
+    local film=$root/demo/internet.mp4 picture=$root/demo/internet.png page=$root/demo/browser.png
     mkdir -p "$root/demo"
-    rm -f "$film" "$picture"
+    rm -f "$film" "$picture" "$page"
     rows=()
 
     prepareDesk
@@ -31,6 +33,7 @@ demoInternet() {
     phoneAsks
     phoneWatches "$film"
     phoneTakesPicture "$picture"
+    browserComes "$page"
     standby "$actions"
     agentEnds
     showRows
@@ -61,6 +64,46 @@ phoneComes() {
     row 'probe, here' "the computer answers on the relay"
     row 'offer, answer' "a session by WebRTC, seen by the agent as coming from the internet"
 }
+
+# The same computer in a browser: pictures, and a text into the editor.
+browserComes() {
+    local missing='' from pid saw
+    command -v node >/dev/null || missing='no node'
+    [[ -x ${ORVEL_BROWSER:-/usr/bin/chromium} ]] || missing='no Chromium'
+    [[ -d $root/Phone/web/node_modules && -d $root/Tests/Web/node_modules ]] || missing="${missing:-packages of npm are missing}"
+    if [[ -n $missing ]]; then
+        say "no session in a browser: $missing (./orvel setup test installs it)"
+        row 'browser' "not shown: $missing"
+        return
+    fi
+    say "a browser takes the phone's place"
+    openEditor
+    local place
+    read -ra place < <(inEditor 50 50)
+    from=$(wc -l <"$events")
+    kill -STOP "${moving[@]}" # a browser takes long enough to start
+    # The buses of this demo have nothing that a browser waits for when it finds one.
+    start browser env -u DISPLAY DBUS_SESSION_BUS_ADDRESS=disabled: DBUS_SYSTEM_BUS_ADDRESS=disabled: \
+        node "$root/scripts/demo-browser.mjs" "$scratch/phone" "$demoName" "$1" "${place[@]}" "$browserText"
+    pid=$!
+    waitUntil 120 hasComeOrGone "$from" "$pid" || true
+    kill -CONT "${moving[@]}"
+    waitUntil 120 isGone "$pid" || fail "the browser does not come to an end"
+    wait "$pid" || fail "the browser failed: $(head -n 3 "$scratch/browser.log")"
+    forget "$pid"
+    saw=$(tail -n 1 "$scratch/browser.log")
+    row 'browser' "$(jq -r '"\(.width)x\(.height), \(.frames) pictures decoded in \(.seconds | round) s"' <<<"$saw")"
+    keys cmd+s
+    if waitUntil 5 grep -q "$browserText" "$note"; then
+        row 'typed in it' "$browserText"
+    else
+        fail "the editor did not get the browser's text: $(head -n 2 "$note")"
+    fi
+    endProcess "$editorPid"
+    row "${1#"$root/"}" "the page with the computer in it, $(numfmt --to=si --suffix=B "$(stat -c %s "$1")")"
+}
+
+hasComeOrGone() { eventsFrom "$1" '.status.connected | objects' || isGone "$2"; }
 
 # isInStandby: the phone is told so, and not let in.
 isInStandby() {

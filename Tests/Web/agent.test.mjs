@@ -209,3 +209,40 @@ test("in standby one session is let in after each unlocking", options, async () 
   assert.deepEqual(complaints, []);
   await page.close();
 });
+
+test("a browser that is killed lets go of everything, and of a computer in standby", { ...options, timeout: 90_000 }, async () => {
+  const doomed = await launch();
+  try {
+    const { page } = await openPhone(await doomed.newContext({ locale: "en" }), site.url, identity);
+    const window = computer.run("xev", ["-geometry", "1280x800+0+0", "-event", "button", "-event", "keyboard"]);
+    const seen = (wanted) => until(() => window.lines.findLast((line) => /^(Button|Key)/.test(line))?.startsWith(wanted),
+      () => `${wanted}: ${window.lines.join("\n")}`, 40_000);
+    computer.act("setRemoteAccess", { _0: "standby" });
+    const before = computer.agent.lines.length;
+    await page.getByRole("button", { name: "Connect to Desk" }).click();
+    await page.getByRole("button", { name: "Unlock" }).click();
+    await page.getByRole("dialog").getByRole("button", { name: "Unlock" }).click();
+    await phase(page, "live");
+    const { x, y, width, height } = await page.locator("#screen").boundingBox();
+    await page.mouse.move(x + width / 2, y + height / 2);
+    await page.mouse.down();
+    await seen("ButtonPress");
+    await page.keyboard.down("ArrowLeft");
+    await seen("KeyPress");
+
+    const devTools = await doomed.newBrowserCDPSession();
+    const { processInfo } = await devTools.send("SystemInfo.getProcessInfo");
+    for (const { id } of processInfo) {
+      try { process.kill(id, "SIGKILL"); } catch { /* gone with another one */ }
+    }
+    // Nothing tells the computer: it has to notice the silence, and to wait whether it ends.
+    const locked = ({ unlock }) => unlock && unlock.until === undefined;
+    await computer.agent.event(locked, "being locked again", before, 40_000);
+    await computer.status("waiting", before);
+    const released = () => ["Button", "Key"].every((kind) => window.lines.findLast((line) => line.startsWith(kind))?.startsWith(`${kind}Release`));
+    await until(released, () => `being let go: ${window.lines.join("\n")}`);
+    await window.stop();
+  } finally {
+    await doomed.close();
+  }
+});
