@@ -122,6 +122,7 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
 }
 
 int run(int count, const char* const* arguments) {
+    returnLargeBuffers();
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGTTIN, SIG_IGN);  // in the background of a shell the input just ends
     const auto host = HostInfo::create();
