@@ -6,6 +6,7 @@
 #include <boost/beast/http.hpp>
 #include <boost/url/parse.hpp>
 #include <cstdio>
+#include <ctime>
 #include <set>
 #include <stdexcept>
 
@@ -40,6 +41,15 @@ std::string queryItem(const Request& request, const char* name) {
         if (item.key == name) return item.value;
     }
     return {};
+}
+
+// RFC 9110, section 5.6.7; the process keeps the "C" locale.
+std::string httpDate(WallTime time) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    char text[64];
+    return {text, std::strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &utc)};
 }
 
 }  // namespace
@@ -229,6 +239,7 @@ struct RelayServer::State : std::enable_shared_from_this<State> {
     void answer(const std::shared_ptr<Exchange>& exchange, http::status status, std::string body) {
         exchange->response = Response(status, 11);
         exchange->response.set(http::field::content_type, "application/json");
+        exchange->response.set(http::field::date, httpDate(queue.wallTime()));
         exchange->response.set(http::field::access_control_allow_origin, "*");
         exchange->response.set(http::field::access_control_allow_headers,
                                "authorization, apikey, content-type, x-client-info");

@@ -6,6 +6,8 @@
 #include <variant>
 #include <vector>
 
+#include "OrvelAgent/Control/AgentCommands.h"
+#include "OrvelAgent/Doctor/DoctorCommand.h"
 #include "OrvelKit/Wire/Control.h"
 
 namespace orvel {
@@ -30,7 +32,7 @@ struct CommandLine {
         int exitStatus;  // 2: print it to stderr
     };
 
-    std::variant<RunOptions, DefaultsCommand, Message> action;
+    std::variant<RunOptions, DefaultsCommand, AgentCommand, DoctorCommand, Message> action;
     std::optional<std::string> stateFolder;
 
     static CommandLine parse(int count, const char* const* arguments, const std::string& version);

@@ -12,11 +12,17 @@
 #include "OrvelAgent/App/DefaultsCommand.h"
 #include "OrvelAgent/App/Headless.h"
 #include "OrvelAgent/App/InternetAccess.h"
+#include "OrvelAgent/App/ModelControl.h"
 #include "OrvelAgent/App/Terminal.h"
+#include "OrvelAgent/Control/AgentCommands.h"
+#include "OrvelAgent/Control/ControlServer.h"
 #include "OrvelAgent/Core/AgentCore.h"
 #include "OrvelAgent/Core/TcpListener.h"
+#include "OrvelAgent/Doctor/DoctorCommand.h"
 #include "OrvelAgent/Platform/Memory.h"
+#include "OrvelAgent/Platform/SocketOptions.h"
 #include "OrvelAgent/Platform/StateStores.h"
+#include "OrvelKit/Base/Printable.h"
 #include "OrvelKit/Base/QueueIo.h"
 
 namespace orvel {
@@ -54,6 +60,8 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
             break;
         case InstanceLock::Outcome::heldByAnother:
             std::fprintf(stderr, "orvel: another agent runs on this state already\n");
+            // Whoever starts it a second time wants to see it.
+            if (!run.headless) showRunningAgent(location);
             return 0;
         case InstanceLock::Outcome::unavailable:
             std::fprintf(stderr, "orvel: the state cannot be locked, going on without\n");
@@ -75,6 +83,7 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
     SerialQueue filesQueue("orvel.files");
     SerialQueue realtimeQueue("orvel.realtime");
     SerialQueue accountQueue("orvel.account");
+    SerialQueue controlQueue("orvel.control");
     SerialQueue agentQueue("orvel.agent");
 
     const CompressionSession::Factory compression = [](const auto& specification) {
@@ -116,6 +125,14 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
         terminal.emplace(mainQueue, *model, [&] { ending.begin(); });
         terminal->start();
     }
+    ModelControl control(
+        {*model, core, agentQueue, mainQueue, run.address, run.advertise, [&] { ending.begin(); }});
+    std::optional<ControlServer> server;
+    if (auto socket = lock ? ControlSocket::listen(*lock) : nullptr) {
+        server.emplace(controlQueue, mainQueue, std::move(socket),
+                       [&](const auto& request, auto answer) { control.handle(request, answer); });
+        control.publishTo(*server);
+    }
     mainQueue.post([&] { model->start(); });
     mainQueue.run();
     return 0;
@@ -134,6 +151,14 @@ int run(int count, const char* const* arguments) {
     }
     if (const auto* defaults = std::get_if<CommandLine::DefaultsCommand>(&line.action)) {
         return runDefaultsCommand(location, defaults->arguments, std::cout, std::cerr);
+    }
+    if (const auto* command = std::get_if<AgentCommand>(&line.action)) {
+        CommandContext context{location, std::cout, std::cerr};
+        return (*command)(context);
+    }
+    if (const auto* doctor = std::get_if<DoctorCommand>(&line.action)) {
+        return runDoctor({location, systemChecks, {prepareConnectedSocket, {}}}, *doctor,
+                         std::cout);
     }
     return runAgent(std::get<RunOptions>(line.action), location, *host);
 }

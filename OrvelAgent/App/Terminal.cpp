@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include "OrvelKit/Base/Printable.h"
+
 namespace orvel {
 
 namespace {
@@ -27,13 +29,6 @@ struct StatusText {
 };
 
 }  // namespace
-
-std::string printable(std::string text) {
-    for (char& c : text) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
-    }
-    return text;
-}
 
 Terminal::Terminal(SerialQueue& queue, AgentModel& agentModel, std::function<void()> quit)
     : mainQueue(queue), model(agentModel), onQuit(std::move(quit)) {}

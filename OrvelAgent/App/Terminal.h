@@ -32,7 +32,4 @@ private:
     std::optional<LineReader> input;
 };
 
-// Text from a phone, made harmless for a terminal or a log.
-std::string printable(std::string text);
-
 }  // namespace orvel

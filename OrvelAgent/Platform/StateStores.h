@@ -31,6 +31,9 @@ public:
     enum class Outcome { taken, heldByAnother, unavailable };
     // `unavailable`: the place for the lock cannot be written; the agent runs without one.
     static Outcome acquire(const StateLocation& location, std::unique_ptr<InstanceLock>& lock);
+
+    // Where it lies; the running agent's control socket lies beside it.
+    virtual std::string folder() const = 0;
 };
 
 }  // namespace orvel

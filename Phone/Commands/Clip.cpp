@@ -1,8 +1,8 @@
 #include <memory>
 
 #include "OrvelKit/Base/Json.h"
+#include "OrvelKit/Base/Printable.h"
 #include "Phone/Commands/ControlSession.h"
-#include "Phone/Printable.h"
 
 namespace orvel::phone {
 

@@ -2,8 +2,8 @@
 
 #include <random>
 
+#include "OrvelKit/Base/Printable.h"
 #include "Phone/LinkHost.h"
-#include "Phone/Printable.h"
 #include "Phone/SharedLink.h"
 
 namespace orvel::phone {

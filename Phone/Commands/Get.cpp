@@ -4,9 +4,9 @@
 #include <memory>
 
 #include "OrvelKit/Base/Json.h"
+#include "OrvelKit/Base/Printable.h"
 #include "Phone/Commands/ControlSession.h"
 #include "Phone/Download.h"
-#include "Phone/Printable.h"
 #include "Phone/Progress.h"
 #include "Phone/RemotePath.h"
 

@@ -3,6 +3,7 @@
 #include <random>
 
 #include "OrvelKit/Base/Json.h"
+#include "OrvelKit/Base/Printable.h"
 #include "OrvelKit/Base/Unicode.h"
 #include "Phone/Commands/AgentSession.h"
 #include "Phone/Interrupt.h"
@@ -10,7 +11,6 @@
 #include "Phone/LatencyProbe.h"
 #include "Phone/LinkHost.h"
 #include "Phone/Percentile.h"
-#include "Phone/Printable.h"
 #include "Phone/Recorder.h"
 #include "Phone/VideoDecoder.h"
 #include "Phone/WatchStatistics.h"

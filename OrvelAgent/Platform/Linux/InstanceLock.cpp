@@ -14,8 +14,11 @@ namespace orvel {
 namespace {
 
 struct FlockedInstance final : InstanceLock {
-    explicit FlockedInstance(FileDescriptor locked) : file(std::move(locked)) {}
+    FlockedInstance(FileDescriptor locked, std::string lockFolder)
+        : file(std::move(locked)), place(std::move(lockFolder)) {}
+    std::string folder() const override { return place; }
     const FileDescriptor file;
+    const std::string place;
 };
 
 // Programs that this one starts must not hold the lock: close on exec.
@@ -39,7 +42,8 @@ bool isStillThere(const FileDescriptor& file, const std::string& path) {
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-InstanceLock::Outcome acquireAt(const std::string& path, std::unique_ptr<InstanceLock>& lock) {
+InstanceLock::Outcome acquireAt(const std::string& folder, std::unique_ptr<InstanceLock>& lock) {
+    const std::string path = folder + "/agent.lock";
     for (int attempt = 0; attempt < 10; ++attempt) {
         FileDescriptor file = openLockFile(path);
         if (!isFile(file)) break;
@@ -48,7 +52,7 @@ InstanceLock::Outcome acquireAt(const std::string& path, std::unique_ptr<Instanc
             break;
         }
         if (isStillThere(file, path)) {
-            lock = std::make_unique<FlockedInstance>(std::move(file));
+            lock = std::make_unique<FlockedInstance>(std::move(file), folder);
             return InstanceLock::Outcome::taken;
         }
     }
@@ -61,7 +65,7 @@ InstanceLock::Outcome InstanceLock::acquire(const StateLocation& location,
                                             std::unique_ptr<InstanceLock>& lock) {
     for (const auto& folder : StatePlaces::of(location).lockFolders) {
         makeFolder(folder);  // if that fails, so does what follows
-        const auto outcome = acquireAt(folder + "/agent.lock", lock);
+        const auto outcome = acquireAt(folder, lock);
         if (outcome != Outcome::unavailable) return outcome;
     }
     return Outcome::unavailable;

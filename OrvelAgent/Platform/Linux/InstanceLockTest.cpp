@@ -124,7 +124,7 @@ TEST(StatePlaces, oneFolderHoldsEverything) {
 TEST(StatePlaces, theUsersFoldersAreThoseOfTheDesktop) {
     const ScopedEnvironment home("HOME", "/home/x");
     const ScopedEnvironment relative("XDG_DATA_HOME", "not/absolute");
-    const ScopedEnvironment runtime("XDG_RUNTIME_DIR", std::nullopt);
+    const ScopedEnvironment runtime("XDG_RUNTIME_DIR", "not/absolute");
     {
         const ScopedEnvironment config("XDG_CONFIG_HOME", std::nullopt);
         const auto places = StatePlaces::of({});

@@ -1,6 +1,7 @@
 #include "OrvelAgent/Platform/Linux/StatePlaces.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,6 +17,18 @@ std::optional<std::string> absoluteFolder(const char* variable) {
     const char* value = std::getenv(variable);
     if (!value || value[0] != '/') return std::nullopt;
     return value;
+}
+
+// The session's own folder, which is there already or is not to be used. Who came in by another way
+// than a login (cron, sudo) lacks the variable, but must find the same agent.
+std::optional<std::string> runtimeFolder() {
+    const bool isSaid = std::getenv("XDG_RUNTIME_DIR") != nullptr;
+    const auto folder =
+        isSaid ? absoluteFolder("XDG_RUNTIME_DIR") : "/run/user/" + std::to_string(getuid());
+    struct stat found;
+    if (!folder || stat(folder->c_str(), &found) != 0 || !S_ISDIR(found.st_mode)) return {};
+    if (!isSaid && found.st_uid != getuid()) return {};
+    return folder;
 }
 
 }  // namespace
@@ -40,12 +53,7 @@ StatePlaces StatePlaces::of(const StateLocation& location) {
     const auto config = absoluteFolder("XDG_CONFIG_HOME").value_or(home + "/.config") + "/orvel";
     const auto data = absoluteFolder("XDG_DATA_HOME").value_or(home + "/.local/share") + "/orvel";
     StatePlaces places{config + "/defaults.json", data + "/secrets", data + "/secret-store", {}};
-    // The session's own folder is there already or is not to be used.
-    const auto runtime = absoluteFolder("XDG_RUNTIME_DIR");
-    std::error_code failed;
-    if (runtime && std::filesystem::is_directory(*runtime, failed)) {
-        places.lockFolders.push_back(*runtime + "/orvel");
-    }
+    if (const auto runtime = runtimeFolder()) places.lockFolders.push_back(*runtime + "/orvel");
     places.lockFolders.push_back(config);
     return places;
 }

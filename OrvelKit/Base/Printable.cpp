@@ -1,11 +1,11 @@
-#include "Phone/Printable.h"
+#include "OrvelKit/Base/Printable.h"
 
 #include <cstdint>
 #include <cstdio>
 
 #include "OrvelKit/Base/Unicode.h"
 
-namespace orvel::phone {
+namespace orvel {
 
 namespace {
 
@@ -56,4 +56,4 @@ std::string printable(std::string_view text) {
     return result;
 }
 
-}  // namespace orvel::phone
+}  // namespace orvel

@@ -1,8 +1,8 @@
-#include "Phone/Printable.h"
+#include "OrvelKit/Base/Printable.h"
 
 #include <gtest/gtest.h>
 
-namespace orvel::phone {
+namespace orvel {
 
 namespace {
 
@@ -26,4 +26,4 @@ TEST(Printable, whatWouldSteerATerminalIsEscaped) {
 
 }  // namespace
 
-}  // namespace orvel::phone
+}  // namespace orvel
