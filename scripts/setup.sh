@@ -27,8 +27,8 @@ setUp() {
     local names lacking
     local section
     for section; do
-        if [[ $section != build && $section != run && $section != test ]]; then
-            say "packages.txt has no section \"$section\" (build, run, test)"
+        if ! grep -qFx "# [$section]" "$root/packages.txt"; then
+            say "packages.txt has no section \"$section\" (build, run, package, test)"
             exit 2
         fi
     done

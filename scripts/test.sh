@@ -40,7 +40,7 @@ testAll() {
         shift
         if [[ web == *"$filter"* ]]; then runWebTests; fi
         if [[ packaging == *"$filter"* ]]; then
-            build release orvel-agent orvel-phone orvel-relay
+            build release orvel-agent orvel-phone orvel-relay orvel-manual-pages
             runPackagingTests release
         fi
         if [[ $filter != web && $filter != packaging ]]; then
@@ -152,6 +152,7 @@ runWebTests() {
 # runPackagingTests PRESET: what people get to see of the programs in build/PRESET.
 runPackagingTests() {
     launch check documented 300 "$root/Tests/Packaging/DocumentedTest.sh" "$root/build/$1"
+    launch check packages 1200 "$root/Tests/Packaging/PackagesTest.sh" "$root/build/$1"
 }
 
 fuzzers() {
