@@ -72,7 +72,9 @@ values=(
     'orvel-agent --state-dir |subfolder'
     'orvel-agent defaults |read write delete'
     'orvel-agent defaults write keepAwake |true false'
-    'orvel-agent --port 1 defaults write remoteAccess |on standby off'
+    'orvel-agent --state-dir x defaults write remoteAccess |on standby off'
+    'orvel-agent remote |on standby off'
+    'orvel-agent keep-awake |on off'
     'orvel-agent --name |'
     'orvel-phone watch --audio |on off'
     'orvel-phone watch --audio=|on off'
@@ -112,8 +114,8 @@ for program in orvel-agent orvel-phone orvel-relay; do
     for command in ${commands[$program]}; do
         own=$(helpEntries Options "$program" "$command")
         same "$program $command: options in the man page" "$own" "-h --help $(manOptions "$program" "$command")"
-        # The phone takes its options behind the command as well.
-        if [[ $program == orvel-phone ]]; then own+=" ${options/--version/}"; fi
+        # What may stand behind the command as well.
+        if [[ $program == orvel-phone ]]; then own+=" ${options/--version/}"; else own+=' --state-dir'; fi
         for shell in bash zsh; do
             same "$program $command: options in $shell" "$own" "$(offers $shell "$program $command -")"
         done
