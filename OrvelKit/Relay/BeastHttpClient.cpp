@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http.hpp>
 #include <list>
@@ -32,7 +33,7 @@ public:
           network(std::move(exchangeNetwork)),
           given(std::move(wanted)),
           completion(std::move(exchangeCompletion)) {
-        parser.body_limit(HttpClient::maxBody);
+        parser.body_limit(given.maxBody);
     }
 
     void start() {
@@ -72,6 +73,7 @@ public:
     void drop() {
         completion = nullptr;
         deadline.cancel();
+        silence.cancel();
         dial.reset();
         error_code ignored;
         if (plain) plain->close(ignored);
@@ -97,28 +99,70 @@ private:
 
     template <class Stream>
     void exchange(Stream& stream) {
+        expectBytes();
         http::async_write(
             stream, request, [self = shared_from_this(), &stream](error_code error, std::size_t) {
                 if (self->isOver()) return;
                 if (error) return self->finish(std::nullopt);
-                http::async_read(
-                    stream, self->buffer, self->parser,
-                    [self](error_code failure, std::size_t) { self->received(failure); });
+                http::async_read_header(stream, self->buffer, self->parser,
+                                        [self, &stream](error_code failure, std::size_t) {
+                                            if (self->isOver()) return;
+                                            if (failure) return self->finish(std::nullopt);
+                                            self->headerArrived(stream);
+                                        });
             });
     }
 
-    void received(error_code error) {
-        if (isOver()) return;
-        if (error) return finish(std::nullopt);
-        auto& response = parser.get();
-        finish(HttpResponse{static_cast<int>(response.result_int()), std::move(response.body())});
+    template <class Stream>
+    void headerArrived(Stream& stream) {
+        const auto& header = parser.get();
+        response.status = static_cast<int>(header.result_int());
+        const auto location = header[http::field::location];
+        response.location.assign(location.data(), location.size());
+        streams = given.onBody && response.status == 200;
+        parser.eager(true);
+        readBody(stream);
     }
 
-    void finish(std::optional<HttpResponse> response) {
+    template <class Stream>
+    void readBody(Stream& stream) {
+        if (parser.is_done()) return finish(std::move(response));
+        expectBytes();
+        parser.get().body().data = piece.data();
+        parser.get().body().size = piece.size();
+        http::async_read_some(stream, buffer, parser,
+                              [self = shared_from_this(), &stream](error_code error, std::size_t) {
+                                  if (self->isOver()) return;
+                                  if (error == http::error::need_buffer) error = {};
+                                  if (error || !self->take()) return self->finish(std::nullopt);
+                                  if (!self->isOver()) self->readBody(stream);
+                              });
+    }
+
+    // What was read into `piece`; false when no more is wanted.
+    bool take() {
+        const std::string_view read(piece.data(), piece.size() - parser.get().body().size);
+        if (read.empty()) return true;
+        if (streams) return given.onBody(bytesOf(read));
+        if (given.onBody && response.body.size() + read.size() > HttpRequest::usualMaxBody) {
+            return false;
+        }
+        response.body += read;
+        return true;
+    }
+
+    void expectBytes() {
+        if (given.silence <= Duration::zero()) return;
+        silence = queue.after(given.silence, [weak = weak_from_this()] {
+            if (const auto self = weak.lock()) self->finish(std::nullopt);
+        });
+    }
+
+    void finish(std::optional<HttpResponse> outcome) {
         const auto done = std::exchange(completion, nullptr);
         if (!done) return;
         drop();
-        done(std::move(response));
+        done(std::move(outcome));
     }
 
     SerialQueue& queue;
@@ -126,14 +170,17 @@ private:
     HttpRequest given;
     HttpClient::Completion completion;  // null: over
     Endpoint endpoint;
-    Timer deadline;
+    Timer deadline, silence;
     std::unique_ptr<Dial> dial;
     std::optional<asio::ssl::context> tls;
     std::optional<tcp::socket> plain;  // once connected, one of the two
     std::optional<TlsStream> secure;
     http::request<http::string_body> request;
-    http::response_parser<http::string_body> parser;
+    http::response_parser<http::buffer_body> parser;
     beast::flat_buffer buffer;
+    std::array<char, 16 << 10> piece;  // as long as a TLS record
+    bool streams = false;              // to given.onBody
+    HttpResponse response;
 };
 
 class BeastHttpClient final : public HttpClient {

@@ -28,10 +28,12 @@ struct BeastHttpClientTest : testing::Test {
             responses.put(std::move(response));
         });
     }
-    // "200 body", or "nothing".
+    // "200 body", "302 to location", or "nothing".
     std::string answer() {
-        const auto response = responses.take().value();
-        return response ? std::to_string(response->status) + " " + response->body : "nothing";
+        const auto response = responses.take(30s).value();
+        if (!response) return "nothing";
+        const auto to = response->location.empty() ? "" : "to " + response->location;
+        return std::to_string(response->status) + " " + response->body + to;
     }
     static HttpRequest to(const std::string& url, Duration timeout = 10s) {
         return {"POST", Url::parse(url).value(), {}, {}, timeout};
@@ -73,7 +75,7 @@ TEST_F(BeastHttpClientTest, asksAsItIsTold) {
 }
 
 TEST_F(BeastHttpClientTest, readsWholeResponsesAndNothingElse) {
-    const std::string tooLong(HttpClient::maxBody + 1, 'a');
+    const std::string tooLong(HttpRequest::usualMaxBody + 1, 'a');
     const std::string ok = "HTTP/1.1 200 OK\r\n";
     const std::pair<std::string, std::string> rows[] = {
         {ok + "Content-Length: 0\r\n\r\n", "200 "},
@@ -81,7 +83,7 @@ TEST_F(BeastHttpClientTest, readsWholeResponsesAndNothingElse) {
         {ok + "Transfer-Encoding: chunked\r\n\r\n2\r\nab\r\n1\r\nc\r\n0\r\n\r\n", "200 abc"},
         {ok + "\r\nuntil the end", "200 until the end"},
         {"HTTP/1.0 204 None\r\n\r\n", "204 "},
-        {"HTTP/1.1 302 Found\r\nLocation: /x\r\nContent-Length: 0\r\n\r\n", "302 "},
+        {"HTTP/1.1 302 Found\r\nLocation: /x\r\nContent-Length: 0\r\n\r\n", "302 to /x"},
         {ok + "Content-Length: 4\r\n\r\nabc", "nothing"},
         {ok + "Content-Length: 9999999999\r\n\r\nabc", "nothing"},
         {ok + "Content-Length: -1\r\n\r\nabc", "nothing"},
@@ -98,11 +100,63 @@ TEST_F(BeastHttpClientTest, readsWholeResponsesAndNothingElse) {
     }
 }
 
+TEST_F(BeastHttpClientTest, handsOnBodiesOfSuccessOnlyPieceByPiece) {
+    const std::string large(3 * HttpRequest::usualMaxBody, 'a');
+    const auto lengthOf = [](const std::string& body) {
+        return "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    };
+    struct Row {
+        const char* name;
+        std::string text;
+        std::string answer;
+        std::size_t streamed;
+    };
+    const Row rows[] = {
+        {"large", "HTTP/1.1 200 OK\r\n" + lengthOf(large), "200 ", large.size()},
+        {"to its end", "HTTP/1.1 200 OK\r\n\r\n" + large, "200 ", large.size()},
+        {"an error's page", "HTTP/1.1 404 No\r\n" + lengthOf("none"), "404 none", 0},
+        {"a large one", "HTTP/1.1 404 No\r\n" + lengthOf(large), "nothing", 0},
+        {"more than wanted", "HTTP/1.1 200 OK\r\n" + lengthOf(large + large), "nothing", 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        TestServer server(answering(row.text));
+        auto request = to("http://" + server.address());
+        std::size_t streamed = 0;
+        request.maxBody = large.size() + 1;
+        request.onBody = [&](ByteView piece) {
+            EXPECT_TRUE(queue.isCurrent());
+            streamed += piece.size();
+            return true;
+        };
+        ask(std::move(request));
+        EXPECT_EQ(answer(), row.answer);
+        EXPECT_EQ(streamed, row.streamed);
+    }
+
+    TestServer server(answering("HTTP/1.1 200 OK\r\n" + lengthOf(large)));
+    auto refusing = to("http://" + server.address());
+    int pieces = 0;
+    refusing.maxBody = large.size();
+    refusing.onBody = [&](ByteView) { return ++pieces < 3; };
+    ask(std::move(refusing));
+    EXPECT_EQ(answer(), "nothing");
+    EXPECT_EQ(pieces, 3);
+}
+
 TEST_F(BeastHttpClientTest, givesUpInTimeAndWhereThereIsNothing) {
     TestServer silent([](tcp::socket& connection) { connection.wait(tcp::socket::wait_error); });
     ask(to("http://" + silent.address(), 100ms));
     EXPECT_EQ(answer(), "nothing");
     ask(to("https://" + silent.address(), 100ms));
+    EXPECT_EQ(answer(), "nothing");
+    TestServer stalled([](tcp::socket& connection) {
+        asio::write(connection, asio::buffer(std::string("HTTP/1.1 200 OK\r\n\r\nab")));
+        connection.wait(tcp::socket::wait_error);
+    });
+    auto impatient = to("http://" + stalled.address(), 1h);
+    impatient.silence = 100ms;
+    ask(std::move(impatient));
     EXPECT_EQ(answer(), "nothing");
     for (const auto* url : {"ftp://127.0.0.1/", "http:", "/path", "http://nowhere.invalid",
                             "http://127.0.0.1:1/", "http://127.0.0.1:70000/"}) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -7,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "OrvelKit/Base/Bytes.h"
 #include "OrvelKit/Base/SerialQueue.h"
 #include "OrvelKit/Base/UniqueFunction.h"
 #include "OrvelKit/Relay/Network.h"
@@ -20,19 +22,26 @@ struct HttpRequest {
     std::vector<std::pair<std::string, std::string>> headers;
     std::string body;
     Duration timeout{};  // for all of it: from resolving the name to the response's last byte
+
+    static constexpr std::uint64_t usualMaxBody = 256 << 10;
+    std::uint64_t maxBody = usualMaxBody;  // of the response, in bytes; a longer one is a failure
+    Duration silence{};                    // the longest wait for the next byte; 0: only `timeout`
+    // Takes the body of a response of status 200 piece by piece, on the client's queue, and leaves
+    // none in the response; any other status has its own there, up to `usualMaxBody`. False: no
+    // more of it is wanted, and there is no response.
+    std::function<bool(ByteView piece)> onBody = nullptr;
 };
 
 struct HttpResponse {
     int status = 0;
     std::string body;
+    std::string location = {};  // where a redirection leads; as written, "" when it does not say
 };
 
-// Requests of an HTTP/1.1 client, each on a connection of its own. No redirections, cookies or
-// caches.
+// Requests of an HTTP/1.1 client, each on a connection of its own. Redirections are not followed;
+// no cookies, no caches.
 class HttpClient {
 public:
-    static constexpr std::size_t maxBody = 256 << 10;  // of a response; a longer one is a failure
-
     // nullopt: no response came, or none that could be read to its end.
     using Completion = UniqueFunction<void(std::optional<HttpResponse>)>;
 

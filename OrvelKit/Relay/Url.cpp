@@ -93,4 +93,12 @@ Url Url::withQuery(const std::vector<std::pair<std::string, std::string>>& items
     return Url(copied(changed.buffer()));
 }
 
+std::optional<Url> Url::resolved(std::string_view reference) const {
+    const auto parsed = urls::parse_uri_reference({reference.data(), reference.size()});
+    urls::url whole;
+    if (!parsed || !urls::resolve(viewOf(written), *parsed, whole)) return std::nullopt;
+    whole.remove_fragment();
+    return Url(copied(whole.buffer()));
+}
+
 }  // namespace orvel

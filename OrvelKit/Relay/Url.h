@@ -25,6 +25,10 @@ public:
     // In place of the query and of a fragment. Whatever means something in a query is escaped.
     Url withQuery(const std::vector<std::pair<std::string, std::string>>& items) const;
 
+    // What a reference found at this address means (RFC 3986, section 5.2), without a fragment;
+    // nullopt when it does not parse, or this address is relative itself.
+    std::optional<Url> resolved(std::string_view reference) const;
+
     bool operator==(const Url&) const = default;
 
 private:
