@@ -26,6 +26,7 @@ struct Release {
 using Key = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>>;
 using KeyContext = std::unique_ptr<EVP_PKEY_CTX, Release<EVP_PKEY_CTX_free>>;
 using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, Release<EVP_CIPHER_CTX_free>>;
+using DigestContext = std::unique_ptr<EVP_MD_CTX, Release<EVP_MD_CTX_free>>;
 using Kdf = std::unique_ptr<EVP_KDF, Release<EVP_KDF_free>>;
 using KdfContext = std::unique_ptr<EVP_KDF_CTX, Release<EVP_KDF_CTX_free>>;
 
@@ -137,6 +138,17 @@ std::optional<Bytes> openBox(const SymmetricKey& key, ByteView box, ByteView ass
         return std::nullopt;
     }
     return plaintext;
+}
+
+bool verifyEd25519(ByteView publicKey, ByteView message, ByteView signature) {
+    const ErrorsLeftOut leaveOut;
+    const Key key(
+        EVP_PKEY_new_raw_public_key(EVP_PKEY_ED25519, nullptr, publicKey.data(), publicKey.size()));
+    const DigestContext context(EVP_MD_CTX_new());
+    return key && context &&
+           EVP_DigestVerifyInit(context.get(), nullptr, nullptr, nullptr, key.get()) == 1 &&
+           EVP_DigestVerify(context.get(), signature.data(), signature.size(), message.data(),
+                            message.size()) == 1;
 }
 
 bool equalInConstantTime(ByteView a, ByteView b) {

@@ -29,6 +29,10 @@ Bytes sealBox(const SymmetricKey& key, ByteView plaintext, ByteView associatedDa
 // nullopt when it is shorter than boxOverhead or does not verify.
 std::optional<Bytes> openBox(const SymmetricKey& key, ByteView box, ByteView associatedData);
 
+// Ed25519 (RFC 8032, the pure form). False also when the key is not 32 bytes or the signature not
+// 64.
+bool verifyEd25519(ByteView publicKey, ByteView message, ByteView signature);
+
 // Compares in a time that does not depend on the content.
 bool equalInConstantTime(ByteView a, ByteView b);
 

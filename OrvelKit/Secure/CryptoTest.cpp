@@ -41,6 +41,27 @@ TEST(Crypto, hkdfGivesTheStandardsResults) {
     }
 }
 
+TEST(Crypto, aSignatureIsOfOneKeyAndOneMessage) {
+    // RFC 8032, section 7.1, test 3
+    const auto key = hex("fc51cd8e6218a1a38da47ed00230f0580816ed13ba3303ac5deb911548908025");
+    const auto message = hex("af82");
+    const auto signature =
+        hex("6291d657deec24024827e69c3abe01a30ce548a284743a445e3680d7db5ac3ac"
+            "18ff9b538d16f290ae67f760984dc6594a7c15e9716ed28dc027beceea1ec40a");
+    EXPECT_TRUE(verifyEd25519(key, message, signature));
+    EXPECT_FALSE(verifyEd25519(key, hex("af83"), signature));
+    EXPECT_FALSE(verifyEd25519(key, {}, signature));
+    EXPECT_FALSE(verifyEd25519(Bytes(32, 0), message, signature));
+    EXPECT_FALSE(verifyEd25519({}, message, signature));
+    for (std::size_t i = 0; i < signature.size(); ++i) {
+        auto damaged = signature;
+        damaged[i] ^= 1;
+        EXPECT_FALSE(verifyEd25519(key, message, damaged)) << i;
+    }
+    EXPECT_FALSE(verifyEd25519(key, message, ByteView(signature).first(63)));
+    EXPECT_EQ(ERR_peek_error(), 0u);
+}
+
 TEST(Crypto, aBoxOpensOnlyAsItWasSealed) {
     // RFC 8439, section 2.8.2
     SymmetricKey key;
