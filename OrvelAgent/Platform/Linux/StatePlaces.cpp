@@ -47,12 +47,15 @@ StatePlaces StatePlaces::of(const StateLocation& location) {
         std::error_code failed;
         auto folder = std::filesystem::absolute(*location.folder, failed).lexically_normal();
         if (failed) folder = *location.folder;
-        return {folder / "defaults.json", folder / "secrets", std::nullopt, {folder}};
+        return {
+            folder / "defaults.json", folder / "secrets", std::nullopt, {folder}, folder / "cache"};
     }
     const std::string home = homeFolderOfUser();
     const auto config = absoluteFolder("XDG_CONFIG_HOME").value_or(home + "/.config") + "/orvel";
     const auto data = absoluteFolder("XDG_DATA_HOME").value_or(home + "/.local/share") + "/orvel";
-    StatePlaces places{config + "/defaults.json", data + "/secrets", data + "/secret-store", {}};
+    const auto cache = absoluteFolder("XDG_CACHE_HOME").value_or(home + "/.cache") + "/orvel";
+    StatePlaces places{
+        config + "/defaults.json", data + "/secrets", data + "/secret-store", {}, cache};
     if (const auto runtime = runtimeFolder()) places.lockFolders.push_back(*runtime + "/orvel");
     places.lockFolders.push_back(config);
     return places;

@@ -17,6 +17,7 @@ struct StatePlaces {
     std::optional<std::string> secretChoiceFile;
     // The first that can be made counts.
     std::vector<std::string> lockFolders;
+    std::string cacheFolder;  // what can be had again
 
     static StatePlaces of(const StateLocation& location);
 };
