@@ -43,6 +43,7 @@ public Q_SLOTS:
     void install();          // the available version, or the next step of the session
     void skip();             // never offer this version again unasked
     void dismiss();          // not now; ends what is under way
+    void relaunch();         // once a new version is installed
 
 Q_SIGNALS:
     void canCheckChanged();
@@ -50,7 +51,7 @@ Q_SIGNALS:
     void automaticChecksChanged();
     void stateChanged();
     void interfaceWanted();
-    void relaunchWanted();  // a new version is installed: end, and start again as it
+    void relaunchWanted();  // end, and start again as the new version
 
 private:
     void found(const AvailableUpdate& update, bool standardInterface, bool userInitiated);
