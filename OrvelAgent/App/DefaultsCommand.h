@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "OrvelAgent/Platform/StateStores.h"
+#include "OrvelAgent/Platform/JsonDefaults.h"
 
 namespace orvel {
 
@@ -14,7 +14,7 @@ namespace orvel {
 //
 // Results go to `out`, complaints to `err`. Returns the exit status: 0; 1 when there is no such key
 // to read or the defaults cannot be read or written; 2 for arguments that are none of these.
-int runDefaultsCommand(const StateLocation& location, std::vector<std::string> arguments,
+int runDefaultsCommand(JsonDefaults& defaults, const std::vector<std::string>& arguments,
                        std::ostream& out, std::ostream& err);
 
 }  // namespace orvel

@@ -150,7 +150,8 @@ int run(int count, const char* const* arguments) {
         return message->exitStatus;
     }
     if (const auto* defaults = std::get_if<CommandLine::DefaultsCommand>(&line.action)) {
-        return runDefaultsCommand(location, defaults->arguments, std::cout, std::cerr);
+        const auto stores = StateStores::create(location);
+        return runDefaultsCommand(*stores.defaults, defaults->arguments, std::cout, std::cerr);
     }
     if (const auto* command = std::get_if<AgentCommand>(&line.action)) {
         CommandContext context{location, std::cout, std::cerr};

@@ -11,7 +11,7 @@
 #include <mutex>
 
 #include "OrvelAgent/Control/ControlClient.h"
-#include "OrvelAgent/Platform/Linux/StateTestKit.h"
+#include "OrvelAgent/Platform/Posix/StateTestKit.h"
 #include "Tests/Support/BackgroundProcess.h"
 #include "Tests/Support/TemporaryFolder.h"
 

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "OrvelKit/Base/Defaults.h"
+#include "OrvelAgent/Platform/JsonDefaults.h"
 #include "OrvelKit/Base/SecretStore.h"
 
 namespace orvel {
@@ -16,7 +16,7 @@ struct StateLocation {
 };
 
 struct StateStores {
-    std::unique_ptr<Defaults> defaults;
+    std::unique_ptr<JsonDefaults> defaults;
     std::unique_ptr<SecretStore> secrets;
 
     // Never fails: a folder that cannot be written makes stores that read what is there and

@@ -3,8 +3,8 @@
 #include <optional>
 #include <string>
 
-#include "OrvelAgent/Platform/Linux/Files.h"
 #include "OrvelAgent/Platform/Linux/GLib.h"
+#include "OrvelAgent/Platform/Posix/Files.h"
 
 namespace orvel {
 

@@ -13,7 +13,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "OrvelAgent/Platform/Linux/Files.h"
+#include "OrvelAgent/Platform/Posix/Files.h"
 #include "OrvelKit/Base/QueueIo.h"
 
 namespace orvel {

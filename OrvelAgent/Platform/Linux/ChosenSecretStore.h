@@ -4,8 +4,8 @@
 #include <mutex>
 #include <string>
 
-#include "OrvelAgent/Platform/Linux/FileSecretStore.h"
 #include "OrvelAgent/Platform/Linux/LibsecretStore.h"
+#include "OrvelAgent/Platform/Posix/FileSecretStore.h"
 
 namespace orvel {
 

@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "OrvelAgent/Platform/Linux/ChosenSecretStore.h"
-#include "OrvelAgent/Platform/Linux/StateTestKit.h"
+#include "OrvelAgent/Platform/Posix/StateTestKit.h"
 #include "Tests/Support/KeyringDaemon.h"
 #include "Tests/Support/ScopedEnvironment.h"
 

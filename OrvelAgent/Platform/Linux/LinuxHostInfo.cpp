@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <array>
 
-#include "OrvelAgent/Platform/Linux/Files.h"
-#include "OrvelAgent/Platform/Linux/StatePlaces.h"
+#include "OrvelAgent/Platform/Posix/Files.h"
+#include "OrvelAgent/Platform/Posix/StatePlaces.h"
 
 namespace orvel {
 

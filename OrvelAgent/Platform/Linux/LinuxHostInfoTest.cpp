@@ -5,7 +5,7 @@
 
 #include <array>
 
-#include "OrvelAgent/Platform/Linux/StateTestKit.h"
+#include "OrvelAgent/Platform/Posix/StateTestKit.h"
 #include "Tests/Support/ScopedEnvironment.h"
 #include "Tests/Support/TemporaryFolder.h"
 

@@ -4,7 +4,7 @@
 
 #include "OrvelAgent/Platform/Linux/FeedUpdateDriver.h"
 #include "OrvelAgent/Platform/Linux/PackageInstaller.h"
-#include "OrvelAgent/Platform/Linux/StatePlaces.h"
+#include "OrvelAgent/Platform/Posix/StatePlaces.h"
 #include "OrvelAgent/Platform/SocketOptions.h"
 #include "OrvelAgent/Update/UpdateSource.h"
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "OrvelAgent/Platform/Linux/Files.h"
+#include "OrvelAgent/Platform/Posix/Files.h"
 
 namespace orvel {
 

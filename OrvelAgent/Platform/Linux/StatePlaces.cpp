@@ -1,23 +1,13 @@
-#include "OrvelAgent/Platform/Linux/StatePlaces.h"
+#include "OrvelAgent/Platform/Posix/StatePlaces.h"
 
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstdlib>
-#include <filesystem>
 
 namespace orvel {
 
 namespace {
-
-// The XDG base directory standard asks to ignore relative paths.
-std::optional<std::string> absoluteFolder(const char* variable) {
-    const char* value = std::getenv(variable);
-    if (!value || value[0] != '/') return std::nullopt;
-    return value;
-}
 
 // The session's own folder, which is there already or is not to be used. Who came in by another way
 // than a login (cron, sudo) lacks the variable, but must find the same agent.
@@ -33,23 +23,8 @@ std::optional<std::string> runtimeFolder() {
 
 }  // namespace
 
-std::string homeFolderOfUser() {
-    if (const auto home = absoluteFolder("HOME")) return *home;
-    std::array<char, 16384> buffer;
-    struct passwd entry;
-    struct passwd* found = nullptr;
-    getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found);
-    return found && found->pw_dir && found->pw_dir[0] == '/' ? found->pw_dir : "/nonexistent";
-}
-
-StatePlaces StatePlaces::of(const StateLocation& location) {
-    if (location.folder) {
-        std::error_code failed;
-        auto folder = std::filesystem::absolute(*location.folder, failed).lexically_normal();
-        if (failed) folder = *location.folder;
-        return {
-            folder / "defaults.json", folder / "secrets", std::nullopt, {folder}, folder / "cache"};
-    }
+// The XDG base directory standard, which asks to ignore relative paths.
+StatePlaces StatePlaces::ofUser() {
     const std::string home = homeFolderOfUser();
     const auto config = absoluteFolder("XDG_CONFIG_HOME").value_or(home + "/.config") + "/orvel";
     const auto data = absoluteFolder("XDG_DATA_HOME").value_or(home + "/.local/share") + "/orvel";

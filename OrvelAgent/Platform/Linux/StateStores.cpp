@@ -1,8 +1,8 @@
 #include "OrvelAgent/Platform/StateStores.h"
 
 #include "OrvelAgent/Platform/Linux/ChosenSecretStore.h"
-#include "OrvelAgent/Platform/Linux/FileDefaults.h"
-#include "OrvelAgent/Platform/Linux/StatePlaces.h"
+#include "OrvelAgent/Platform/Posix/FileDefaults.h"
+#include "OrvelAgent/Platform/Posix/StatePlaces.h"
 
 namespace orvel {
 

@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "OrvelAgent/Platform/Linux/Files.h"
-#include "OrvelAgent/Platform/Linux/StatePlaces.h"
+#include "OrvelAgent/Platform/Posix/Files.h"
+#include "OrvelAgent/Platform/Posix/StatePlaces.h"
 
 namespace orvel {
 

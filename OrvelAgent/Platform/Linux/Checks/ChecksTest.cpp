@@ -8,7 +8,7 @@
 #include "OrvelAgent/Platform/Linux/Checks/FirewallCheck.h"
 #include "OrvelAgent/Platform/Linux/Checks/SoundCheck.h"
 #include "OrvelAgent/Platform/Linux/Checks/StateCheck.h"
-#include "OrvelAgent/Platform/Linux/StateTestKit.h"
+#include "OrvelAgent/Platform/Posix/StateTestKit.h"
 #include "OrvelAgent/Platform/ServiceAdvertiser.h"
 #include "Tests/Support/AvahiDaemon.h"
 #include "Tests/Support/BusService.h"

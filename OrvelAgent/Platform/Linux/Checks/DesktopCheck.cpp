@@ -10,9 +10,9 @@
 #include <set>
 
 #include "OrvelAgent/Platform/Linux/Bus.h"
-#include "OrvelAgent/Platform/Linux/Files.h"
-#include "OrvelAgent/Platform/Linux/StatePlaces.h"
 #include "OrvelAgent/Platform/Linux/XConnect.h"
+#include "OrvelAgent/Platform/Posix/Files.h"
+#include "OrvelAgent/Platform/Posix/StatePlaces.h"
 
 namespace orvel {
 

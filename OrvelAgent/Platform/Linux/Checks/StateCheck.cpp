@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "OrvelAgent/Platform/Linux/StatePlaces.h"
 #include "OrvelAgent/Platform/LoginService.h"
+#include "OrvelAgent/Platform/Posix/StatePlaces.h"
 
 namespace orvel {
 

@@ -3,15 +3,15 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <utility>
 
-#include "OrvelAgent/Platform/Linux/Files.h"
-#include "OrvelAgent/Platform/Linux/StatePlaces.h"
+#include "OrvelAgent/Platform/Posix/Files.h"
+#include "OrvelAgent/Platform/Posix/LocalSocketCalls.h"
+#include "OrvelAgent/Platform/Posix/StatePlaces.h"
 
 namespace orvel {
 
@@ -21,20 +21,11 @@ constexpr const char* fileName = "agent.socket";
 constexpr int backlog = 64;
 
 FileDescriptor openFolder(const std::string& path) {
-    return FileDescriptor(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    return FileDescriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
-// An address has room for 107 characters; the way through the open folder always fits.
-sockaddr_un addressIn(const FileDescriptor& folder) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", folder.get(),
-                  fileName);
-    return address;
-}
-
-int newSocket() {
-    return socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+const sockaddr* generic(const sockaddr_un& address) {
+    return reinterpret_cast<const sockaddr*>(&address);
 }
 
 class SocketFile final : public ControlSocket {
@@ -42,13 +33,16 @@ public:
     // 0, or the errno value of what failed.
     int open(const std::string& path) {
         folder = openFolder(path);
-        listener = newSocket();
-        if (!folder || listener < 0) return errno;
+        if (!folder) return errno;
+        listener = newLocalSocket();
+        if (listener < 0) return errno;
         unlinkat(folder.get(), fileName, 0);
-        const sockaddr_un address = addressIn(folder);
         // Nobody can connect before listen().
         const bool listens =
-            bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+            withLocalAddress(folder.get(), fileName,
+                             [&](auto& address) {
+                                 return bind(listener, generic(address), sizeof address) == 0;
+                             }) &&
             fchmodat(folder.get(), fileName, 0600, 0) == 0 &&
             fstatat(folder.get(), fileName, &made, AT_SYMLINK_NOFOLLOW) == 0 &&
             ::listen(listener, backlog) == 0;
@@ -88,11 +82,11 @@ int ControlSocket::connect(const StateLocation& location) {
     for (const auto& path : StatePlaces::of(location).lockFolders) {
         const FileDescriptor folder = openFolder(path);
         if (!folder) continue;
-        const sockaddr_un address = addressIn(folder);
-        const int stream = newSocket();
+        const int stream = newLocalSocket();
         const bool isConnected =
-            stream >= 0 &&
-            ::connect(stream, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+            stream >= 0 && withLocalAddress(folder.get(), fileName, [&](auto& address) {
+                return ::connect(stream, generic(address), sizeof address) == 0;
+            });
         // In a folder that others may write to, somebody else's program may sit there.
         if (isConnected && (isOfOwnUser(stream) || geteuid() == 0)) return stream;
         if (stream >= 0) close(stream);
@@ -101,10 +95,8 @@ int ControlSocket::connect(const StateLocation& location) {
 }
 
 bool ControlSocket::isOfOwnUser(int descriptor) {
-    ucred peer{};
-    socklen_t size = sizeof peer;
-    return getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
-           (peer.uid == geteuid() || peer.uid == 0);
+    const auto user = userOfPeer(descriptor);
+    return user && (*user == geteuid() || *user == 0);
 }
 
 }  // namespace orvel

@@ -2,9 +2,8 @@
 
 #include <ostream>
 
-#include "OrvelAgent/Platform/Linux/FileDefaults.h"
-#include "OrvelAgent/Platform/Linux/StatePlaces.h"
 #include "OrvelKit/Base/Json.h"
+#include "OrvelKit/Base/JsonText.h"
 
 namespace orvel {
 
@@ -18,7 +17,7 @@ constexpr const char* usage =
     "       orvel-agent [--state-dir DIR] defaults delete KEY\n"
     "VALUE is JSON; a bare word is a string.\n";
 
-int readDefaults(FileDefaults& defaults, const std::string* key, std::ostream& out,
+int readDefaults(JsonDefaults& defaults, const std::string* key, std::ostream& out,
                  std::ostream& err) {
     const auto document = defaults.document();
     if (!document) {
@@ -34,7 +33,7 @@ int readDefaults(FileDefaults& defaults, const std::string* key, std::ostream& o
     return succeeded;
 }
 
-int writeDefault(FileDefaults& defaults, const std::string& key, const std::string& value,
+int writeDefault(JsonDefaults& defaults, const std::string& key, const std::string& value,
                  std::ostream& err) {
     try {
         const JsonDocument document(value);
@@ -51,9 +50,8 @@ int writeDefault(FileDefaults& defaults, const std::string& key, const std::stri
 
 }  // namespace
 
-int runDefaultsCommand(const StateLocation& location, std::vector<std::string> arguments,
+int runDefaultsCommand(JsonDefaults& defaults, const std::vector<std::string>& arguments,
                        std::ostream& out, std::ostream& err) {
-    FileDefaults defaults(StatePlaces::of(location).defaultsFile);
     const auto is = [&](const char* action, std::size_t count) {
         return arguments.size() == count && arguments.front() == action;
     };

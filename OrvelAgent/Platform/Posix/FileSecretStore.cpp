@@ -1,13 +1,15 @@
-#include "OrvelAgent/Platform/Linux/FileSecretStore.h"
+#include "OrvelAgent/Platform/Posix/FileSecretStore.h"
 
 #include <fcntl.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <random>
+
+#include "OrvelAgent/Platform/Posix/FileCalls.h"
 
 namespace orvel {
 
@@ -43,15 +45,14 @@ std::string fileName(const std::string& service, const std::string& account) {
 }
 
 std::string freshName() {
-    std::uint64_t random = 0;
-    if (getrandom(&random, sizeof random, 0) != sizeof random) return ".new";
-    return ".new-" + std::to_string(random);
+    std::random_device random;
+    return ".new-" + std::to_string(random()) + '-' + std::to_string(random());
 }
 
 // Fails with EEXIST when `to` is there.
 int renameWithoutReplacing(int folder, const std::string& from, const std::string& to) {
-    if (renameat2(folder, from.c_str(), folder, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
-    if (errno != EINVAL && errno != ENOSYS) return errno;
+    if (renameExclusively(folder, from.c_str(), to.c_str()) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) return errno;
     // A file system that knows no such renaming.
     if (linkat(folder, from.c_str(), folder, to.c_str(), 0) != 0) return errno;
     unlinkat(folder, from.c_str(), 0);

@@ -1,4 +1,4 @@
-#include "OrvelAgent/Platform/Linux/FileDefaults.h"
+#include "OrvelAgent/Platform/Posix/FileDefaults.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,7 +10,8 @@
 #include <ctime>
 #include <filesystem>
 
-#include "OrvelAgent/Platform/Linux/Files.h"
+#include "OrvelAgent/Platform/Posix/FileCalls.h"
+#include "OrvelAgent/Platform/Posix/Files.h"
 #include "OrvelKit/Base/Json.h"
 
 namespace orvel {
@@ -20,10 +21,14 @@ namespace {
 // The coarsest time stamps that a file system makes.
 constexpr time_t stampSeconds = 2;
 
+bool sameTime(const timespec& a, const timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
 bool sameStamp(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
-           a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec &&
-           a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
+           sameTime(modificationTime(a), modificationTime(b)) &&
+           sameTime(changeTime(a), changeTime(b));
 }
 
 // Where a link from the path leads, so that a write replaces the file and not the link.
@@ -65,8 +70,9 @@ WallTime dateAt(double seconds) {
     constexpr double limit = 8.0e9;
     if (std::abs(seconds) > limit) return fromSecondsSinceReferenceDate(seconds);
     const double whole = std::floor(seconds);
-    return WallTime(referenceDateSinceUnixEpoch + std::chrono::seconds(std::llround(whole)) +
-                    std::chrono::nanoseconds(std::llround((seconds - whole) * 1e9)));
+    return WallTime(std::chrono::duration_cast<WallTime::duration>(
+        referenceDateSinceUnixEpoch + std::chrono::seconds(std::llround(whole)) +
+        std::chrono::nanoseconds(std::llround((seconds - whole) * 1e9))));
 }
 
 double secondsOf(WallTime date) {
@@ -126,7 +132,7 @@ FileDefaults::Content FileDefaults::readFile() const {
     }
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    content.settled = now.tv_sec - content.stamp.st_ctim.tv_sec > stampSeconds;
+    content.settled = now.tv_sec - changeTime(content.stamp).tv_sec > stampSeconds;
 
     Bytes data;
     const int error = readAll(file.get(), maxFileSize, data);

@@ -1,11 +1,11 @@
-#include "OrvelAgent/Platform/Linux/FileSecretStore.h"
+#include "OrvelAgent/Platform/Posix/FileSecretStore.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <thread>
 
-#include "OrvelAgent/Platform/Linux/StateTestKit.h"
+#include "OrvelAgent/Platform/Posix/StateTestKit.h"
 #include "Tests/Support/BackgroundProcess.h"
 #include "Tests/Support/TemporaryFolder.h"
 

@@ -1,4 +1,4 @@
-#include "OrvelAgent/Platform/Linux/FileDefaults.h"
+#include "OrvelAgent/Platform/Posix/FileDefaults.h"
 
 #include <gmock/gmock.h>
 #include <sys/file.h>
@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "OrvelAgent/Platform/Linux/StateTestKit.h"
+#include "OrvelAgent/Platform/Posix/StateTestKit.h"
 #include "OrvelKit/Base/Json.h"
 #include "Tests/Support/BackgroundProcess.h"
 #include "Tests/Support/TemporaryFolder.h"

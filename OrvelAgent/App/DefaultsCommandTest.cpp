@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <sstream>
 
-#include "OrvelAgent/Platform/Linux/FileDefaults.h"
-#include "OrvelAgent/Platform/Linux/StateTestKit.h"
+#include "OrvelAgent/Platform/Posix/FileDefaults.h"
+#include "OrvelAgent/Platform/Posix/StateTestKit.h"
 #include "Tests/Support/TemporaryFolder.h"
 
 namespace orvel {
@@ -17,10 +17,9 @@ struct DefaultsCommandTest : testing::Test {
         int status;
         std::string out, err;
     };
-    Outcome run(std::vector<std::string> arguments) {
+    Outcome run(const std::vector<std::string>& arguments) {
         std::ostringstream out, err;
-        const int status =
-            runDefaultsCommand({folder.path.string()}, std::move(arguments), out, err);
+        const int status = runDefaultsCommand(defaults, arguments, out, err);
         return {status, out.str(), err.str()};
     }
 

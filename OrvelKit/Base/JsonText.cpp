@@ -1,4 +1,4 @@
-#include "OrvelAgent/Platform/Linux/JsonText.h"
+#include "OrvelKit/Base/JsonText.h"
 
 #include <algorithm>
 #include <unordered_map>

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "OrvelAgent/Platform/Linux/JsonText.h"
-#include "OrvelKit/Base/Defaults.h"
+#include "OrvelAgent/Platform/JsonDefaults.h"
+#include "OrvelKit/Base/JsonText.h"
 
 namespace orvel {
 
@@ -25,7 +25,7 @@ namespace orvel {
 // - a file that cannot be read, or something that is no file: it counts as empty, and every write
 //   is refused as long as it is there.
 // Each is logged once; so is the first of several writes that fail in the same way.
-class FileDefaults : public Defaults {
+class FileDefaults : public JsonDefaults {
 public:
     static constexpr std::size_t maxFileSize = 1024 * 1024;
 
@@ -50,12 +50,10 @@ public:
     bool set(const std::string& key, const std::map<std::string, WallTime>& value) override;
     bool remove(const std::string& key) override;
 
-    // The same values in the form in which they are stored, compact. `setJson` refuses what is no
-    // JSON or is nested too deeply.
-    std::optional<std::string> json(const std::string& key);
-    bool setJson(const std::string& key, std::string_view value);
-    // The whole object; nullopt when the file cannot be read.
-    std::optional<std::string> document();
+    // The same values in the form in which they are stored.
+    std::optional<std::string> json(const std::string& key) override;
+    bool setJson(const std::string& key, std::string_view value) override;
+    std::optional<std::string> document() override;
 
 private:
     struct Content {

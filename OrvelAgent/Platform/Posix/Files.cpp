@@ -1,4 +1,4 @@
-#include "OrvelAgent/Platform/Linux/Files.h"
+#include "OrvelAgent/Platform/Posix/Files.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -8,9 +8,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <filesystem>
+#include <system_error>
 #include <thread>
+
+#include "OrvelAgent/Platform/Posix/FileCalls.h"
 
 namespace orvel {
 
@@ -24,8 +26,7 @@ FileDescriptor::~FileDescriptor() {
 }
 
 std::string describeError(int error) {
-    const char* text = strerrordesc_np(error);  // unlike strerror() safe in any thread
-    return text ? text : "error " + std::to_string(error);
+    return std::generic_category().message(error);
 }
 
 int makeFolder(const std::string& path) {
@@ -68,7 +69,7 @@ int createFile(int folder, const std::string& name, ByteView data) {
             error = errno;
         }
     }
-    if (error == 0 && fsync(file.get()) != 0) error = errno;
+    if (error == 0 && flushToDisk(file.get()) != 0) error = errno;
     if (error != 0) unlinkat(folder, name.c_str(), 0);
     return error;
 }
@@ -86,7 +87,7 @@ int replaceFile(int folder, const std::string& name, ByteView data) {
 }
 
 int syncFolder(int folder) {
-    if (fsync(folder) == 0) return 0;
+    if (flushToDisk(folder) == 0) return 0;
     // Some file systems cannot do this with a folder, and need not.
     return errno == EINVAL || errno == ENOTSUP ? 0 : errno;
 }

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-#include "OrvelAgent/Platform/Linux/Files.h"
+#include "OrvelAgent/Platform/Posix/Files.h"
 #include "OrvelKit/Base/SecretStore.h"
 
 namespace orvel {

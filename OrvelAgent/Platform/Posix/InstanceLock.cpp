@@ -5,8 +5,8 @@
 
 #include <cerrno>
 
-#include "OrvelAgent/Platform/Linux/Files.h"
-#include "OrvelAgent/Platform/Linux/StatePlaces.h"
+#include "OrvelAgent/Platform/Posix/Files.h"
+#include "OrvelAgent/Platform/Posix/StatePlaces.h"
 #include "OrvelAgent/Platform/StateStores.h"
 
 namespace orvel {

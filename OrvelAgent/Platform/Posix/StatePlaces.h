@@ -8,9 +8,10 @@
 
 namespace orvel {
 
-// Where each piece of state lies, by absolute path: in the folders of the XDG base directory
-// standard, or all of it below the one folder of the location.
+// Where each piece of state lies, by absolute path: in the user's own places, or all of it below
+// the one folder of the location.
 struct StatePlaces {
+    // Both empty where the system has a store of its own for it.
     std::string defaultsFile;
     std::string secretsFolder;
     // Which secret store was chosen; nullopt: it is always the folder.
@@ -20,9 +21,13 @@ struct StatePlaces {
     std::string cacheFolder;  // what can be had again
 
     static StatePlaces of(const StateLocation& location);
+    static StatePlaces ofUser();  // as this system has them
 };
 
 // HOME, or what the user database says.
 std::string homeFolderOfUser();
+
+// The value of an environment variable that is an absolute path.
+std::optional<std::string> absoluteFolder(const char* variable);
 
 }  // namespace orvel
