@@ -27,7 +27,8 @@ InternetAccess::InternetAccess(Parts parts)
     : realtimeQueue(parts.realtimeQueue),
       cloud(parts.defaults),
       http(makeSystemHttpClient(parts.accountQueue, systemNetwork())),
-      auth(AnonymousAuth::make(parts.accountQueue, cloud, *http, parts.secrets)),
+      auth(AnonymousAuth::make(parts.accountQueue, cloud, *http, parts.secrets,
+                               parts.host.bundleIdentifier())),
       iceServers(IceServerProvider::make(parts.accountQueue, cloud, *http, auth)),
       webRtc(std::move(parts.compression), optionsFor(cloud)) {}
 

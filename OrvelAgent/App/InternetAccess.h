@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "OrvelAgent/Core/RemotePresence.h"
+#include "OrvelAgent/Platform/HostInfo.h"
 #include "OrvelAgent/Rtc/WebRtc.h"
 #include "OrvelKit/Base/Defaults.h"
 #include "OrvelKit/Base/SecretStore.h"
@@ -24,6 +25,7 @@ public:
         SerialQueue& accountQueue;   // "orvel.account": the secret store may make it wait
         Defaults& defaults;
         SecretStore& secrets;
+        HostInfo& host;
         CompressionSession::Factory compression;
     };
 

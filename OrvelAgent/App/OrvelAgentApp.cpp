@@ -19,6 +19,7 @@
 #include "OrvelAgent/Core/AgentCore.h"
 #include "OrvelAgent/Core/TcpListener.h"
 #include "OrvelAgent/Doctor/DoctorCommand.h"
+#include "OrvelAgent/Platform/MainQueue.h"
 #include "OrvelAgent/Platform/Memory.h"
 #include "OrvelAgent/Platform/SocketOptions.h"
 #include "OrvelAgent/Platform/StateStores.h"
@@ -77,7 +78,8 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
 
     // Queues outlive what runs on them: they go last, and "orvel.agent" before the ones it posts
     // to.
-    SerialQueue mainQueue("main", SerialQueue::Kind::callersThread);
+    const auto mainLoop = makeMainQueue();
+    SerialQueue& mainQueue = *mainLoop;
     SerialQueue captureQueue("orvel.capture");
     SerialQueue audioQueue("orvel.audio");
     SerialQueue filesQueue("orvel.files");
@@ -90,7 +92,7 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
         return CompressionSession::create(specification);
     };
     InternetAccess internet(
-        {realtimeQueue, accountQueue, *stores.defaults, *stores.secrets, compression});
+        {realtimeQueue, accountQueue, *stores.defaults, *stores.secrets, host, compression});
     RemotePresence::Parts presence = internet.presence();
     const bool relayConfigured = presence.relay().has_value();
     AgentCore::Options options{run.name, run.port, run.address};
@@ -111,9 +113,9 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
     QObject::connect(model.get(), &AgentModel::newlyPaired, logNewlyPaired);
 
     Ending ending(mainQueue, *model);
-    boost::asio::signal_set signals(ioContext(mainQueue), SIGINT, SIGTERM);
+    boost::asio::signal_set signals(ioContext(agentQueue), SIGINT, SIGTERM);
     signals.async_wait([&](auto error, int) {
-        if (!error) ending.begin();
+        if (!error) mainQueue.post([&] { ending.begin(); });
     });
 
     std::optional<Headless> headless;

@@ -116,11 +116,15 @@ TEST_F(ScreenStreamerTest, pictureSizeAndBitrateFollowFromDisplayAndBudget) {
     }
 }
 
-TEST_F(ScreenStreamerTest, theCaptureIsConfiguredForAtMostSixtyFramesWithCursor) {
+TEST_F(ScreenStreamerTest, theCaptureIsConfiguredForAtMostSixtyFramesWithCursorAndStereo) {
     started();
     EXPECT_EQ(screen->running->framesPerSecond, 60);
     EXPECT_TRUE(screen->running->showsCursor);
     EXPECT_EQ(screen->running->queueDepth, 5);
+    EXPECT_TRUE(screen->running->capturesAudio);
+    EXPECT_EQ(screen->running->audioSampleRate, 48'000);
+    EXPECT_EQ(screen->running->audioChannels, 2);
+    EXPECT_TRUE(screen->running->excludesOwnAudio);
 }
 
 struct ChoiceRow {

@@ -16,6 +16,8 @@ public:
     // Of this program: "0.1.0" and "1"; nullopt when the packaging gave none.
     virtual std::optional<std::string> shortVersion() = 0;
     virtual std::optional<std::string> buildVersion() = 0;
+    // What the system calls this program where programs have identifiers: "com.example.agent".
+    virtual std::optional<std::string> bundleIdentifier() = 0;
 
     static std::unique_ptr<HostInfo> create();
 };

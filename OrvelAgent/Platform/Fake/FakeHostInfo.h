@@ -11,11 +11,13 @@ public:
     std::string home = "/nonexistent/home";
     std::optional<std::string> shortVersionText = "0.1.0";
     std::optional<std::string> buildVersionText = "1";
+    std::optional<std::string> bundle;
 
     std::optional<std::string> computerName() override { return name; }
     std::string homeFolder() override { return home; }
     std::optional<std::string> shortVersion() override { return shortVersionText; }
     std::optional<std::string> buildVersion() override { return buildVersionText; }
+    std::optional<std::string> bundleIdentifier() override { return bundle; }
 };
 
 }  // namespace orvel

@@ -97,4 +97,8 @@ std::optional<std::string> LinuxHostInfo::buildVersion() {
     return unlessEmpty(ORVEL_BUILD);
 }
 
+std::optional<std::string> LinuxHostInfo::bundleIdentifier() {
+    return std::nullopt;
+}
+
 }  // namespace orvel

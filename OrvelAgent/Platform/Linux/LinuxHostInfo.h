@@ -16,6 +16,7 @@ public:
     std::string homeFolder() override;
     std::optional<std::string> shortVersion() override;
     std::optional<std::string> buildVersion() override;
+    std::optional<std::string> bundleIdentifier() override;
 
     // The value of PRETTY_HOSTNAME in the text of such a file, its quotes and escapes undone;
     // nullopt when there is none or it is empty.
