@@ -39,6 +39,7 @@ CommandLine CommandLine::parse(int count, const char* const* arguments,
     bool noAdvertise = false;
     app.add_flag("--headless", run.headless,
                  "JSON lines instead of windows (Docs/Architecture.md)");
+    app.add_flag("--at-login", run.atLogin, "Started with the session: no window comes by itself");
     auto* stateFolder =
         app.add_option("--state-dir", result.stateFolder,
                        "The agent that keeps everything persistent below DIR, not one's own")

@@ -15,6 +15,7 @@ namespace orvel {
 // How the agent is to run.
 struct RunOptions {
     bool headless = false;
+    bool atLogin = false;  // the desktop has started it, not a person
     std::uint16_t port = Orvel::port;
     std::string address;  // --bind; empty: every address
     bool advertise = true;

@@ -12,6 +12,9 @@ constexpr const char* group = G_KEY_FILE_DESKTOP_GROUP;
 // Of GNOME; other sessions write it as well.
 constexpr const char* enabledKey = "X-GNOME-Autostart-enabled";
 
+// A session is begun for other things than our panel.
+constexpr const char* startOption = " --at-login";
+
 using Text = std::unique_ptr<char, decltype(&g_free)>;
 
 bool isExecutable(const std::string& program) {
@@ -61,7 +64,7 @@ AutostartEntry AutostartEntry::make(const std::string& program, const std::strin
     AutostartEntry entry;
     entry.set(G_KEY_FILE_DESKTOP_KEY_TYPE, G_KEY_FILE_DESKTOP_TYPE_APPLICATION);
     entry.set(G_KEY_FILE_DESKTOP_KEY_NAME, name);
-    entry.set(G_KEY_FILE_DESKTOP_KEY_EXEC, quotedForExec(program));
+    entry.set(G_KEY_FILE_DESKTOP_KEY_EXEC, quotedForExec(program) + startOption);
     entry.set(G_KEY_FILE_DESKTOP_KEY_TERMINAL, "false");
     entry.set(enabledKey, "true");
     return entry;
@@ -83,7 +86,7 @@ void AutostartEntry::switchOn(const std::string& program, std::string_view deskt
             g_key_file_remove_key(file.get(), group, key, nullptr);
     }
     if (!hasProgram()) {
-        set(G_KEY_FILE_DESKTOP_KEY_EXEC, quotedForExec(program));
+        set(G_KEY_FILE_DESKTOP_KEY_EXEC, quotedForExec(program) + startOption);
         g_key_file_remove_key(file.get(), group, G_KEY_FILE_DESKTOP_KEY_TRY_EXEC, nullptr);
     }
 }

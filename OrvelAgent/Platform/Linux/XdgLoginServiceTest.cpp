@@ -91,7 +91,7 @@ TEST_F(XdgLoginServiceTest, registersWithAnEntryOfItsOwnAndTakesItAwayAgain) {
     service().registerProgram();
     EXPECT_EQ(fileText(userFile()),
               "[Desktop Entry]\nType=Application\nName=Orvel Agent\nExec=" + program +
-                  "\nTerminal=false\nX-GNOME-Autostart-enabled=true\n");
+                  " --at-login\nTerminal=false\nX-GNOME-Autostart-enabled=true\n");
     EXPECT_TRUE(service().isRegistered());
     service().unregisterProgram();
     EXPECT_FALSE(std::filesystem::exists(userFile()));
