@@ -6,7 +6,7 @@ find_package(PkgConfig REQUIRED)
 find_package(Boost 1.81 REQUIRED COMPONENTS json url)
 find_package(GTest)
 # Widgets for windows, Core for what they are bound to, DBus for the tray and notifications.
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Gui Widgets)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Gui Widgets Svg)
 
 add_library(orvel_options INTERFACE)
 target_include_directories(orvel_options INTERFACE ${CMAKE_SOURCE_DIR})

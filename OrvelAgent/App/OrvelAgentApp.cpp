@@ -12,7 +12,11 @@
 #include "OrvelAgent/App/DefaultsCommand.h"
 #include "OrvelAgent/App/Headless.h"
 #include "OrvelAgent/App/InternetAccess.h"
+#include "OrvelAgent/App/LoginItem.h"
 #include "OrvelAgent/App/ModelControl.h"
+#include "OrvelAgent/App/Panel/AgentWindows.h"
+#include "OrvelAgent/App/Panel/PanelApplication.h"
+#include "OrvelAgent/App/QtMainQueue.h"
 #include "OrvelAgent/App/Terminal.h"
 #include "OrvelAgent/Control/AgentCommands.h"
 #include "OrvelAgent/Control/ControlServer.h"
@@ -23,6 +27,7 @@
 #include "OrvelAgent/Platform/Memory.h"
 #include "OrvelAgent/Platform/SocketOptions.h"
 #include "OrvelAgent/Platform/StateStores.h"
+#include "OrvelAgent/Platform/WindowSystem.h"
 #include "OrvelKit/Base/Printable.h"
 #include "OrvelKit/Base/QueueIo.h"
 
@@ -30,6 +35,25 @@ namespace orvel {
 namespace {
 
 constexpr unsigned endLimitSeconds = 5;
+
+// The main queue: on Qt's event loop where there are windows, else on the system's own.
+class MainLoop {
+public:
+    explicit MainLoop(bool hasWindows) {
+        if (hasWindows) {
+            application.emplace();
+            windowed.emplace();
+        } else {
+            plain = makeMainQueue();
+        }
+    }
+    SerialQueue& queue() { return windowed ? *windowed : *plain; }
+
+private:
+    std::optional<PanelApplication> application;
+    std::optional<QtMainQueue> windowed;
+    std::unique_ptr<SerialQueue> plain;
+};
 
 // Ends the program cleanly, once; should something hang, the system ends it soon.
 class Ending {
@@ -62,13 +86,17 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
         case InstanceLock::Outcome::heldByAnother:
             std::fprintf(stderr, "orvel: another agent runs on this state already\n");
             // Whoever starts it a second time wants to see it.
-            if (!run.headless) showRunningAgent(location);
+            if (!run.headless && !run.atLogin) showRunningAgent(location);
             return 0;
         case InstanceLock::Outcome::unavailable:
             std::fprintf(stderr, "orvel: the state cannot be locked, going on without\n");
             break;
     }
 
+    const bool hasWindows = !run.headless && prepareWindowSystem();
+    if (!run.headless && !hasWindows) {
+        std::fprintf(stderr, "orvel: no display answers: no windows, but lines in this terminal\n");
+    }
     StateStores stores = StateStores::create(location);
     const auto permissions = Permissions::create();
     const auto power = Power::create();
@@ -78,8 +106,8 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
 
     // Queues outlive what runs on them: they go last, and "orvel.agent" before the ones it posts
     // to.
-    const auto mainLoop = makeMainQueue();
-    SerialQueue& mainQueue = *mainLoop;
+    MainLoop mainLoop(hasWindows);
+    SerialQueue& mainQueue = mainLoop.queue();
     SerialQueue captureQueue("orvel.capture");
     SerialQueue audioQueue("orvel.audio");
     SerialQueue filesQueue("orvel.files");
@@ -118,17 +146,41 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
         if (!error) mainQueue.post([&] { ending.begin(); });
     });
 
+    // Only the user's own agent is started at login: none beside it on another state.
+    const auto loginService = LoginService::create();
+    std::optional<LoginItem> login;
+    if (!run.headless && !location.folder) login.emplace(*loginService, *stores.defaults);
+
     std::optional<Headless> headless;
     std::optional<Terminal> terminal;
+    std::optional<AgentWindows> windows;
     if (run.headless) {
         headless.emplace(mainQueue, *model, [&] { ending.begin(); });
         headless->start(core->identity);
-    } else {
+    }
+    if (hasWindows) {
+        windows.emplace(AgentWindows::Parts{
+            .model = *model,
+            .login = login ? &*login : nullptr,
+            .connectUpdates = nullptr,
+            .version = QString::fromStdString(core->agentVersion),
+            .webHost = QStringLiteral(ORVEL_WEB_HOST),
+            .startedByDesktop = run.atLogin,
+        });
+        QObject::connect(&*windows, &AgentWindows::quitWanted, [&] { ending.begin(); });
+        QObject::connect(model.get(), &AgentModel::listening, [](std::uint16_t port) {
+            std::fprintf(stderr, "orvel: listening on port %u\n", port);
+        });
+        windows->start();
+    }
+    // Beside windows only where somebody reads it: what it says is not for logs.
+    if (!run.headless && (!hasWindows || isatty(STDOUT_FILENO))) {
         terminal.emplace(mainQueue, *model, [&] { ending.begin(); });
         terminal->start();
     }
     ModelControl control(
         {*model, core, agentQueue, mainQueue, run.address, run.advertise, [&] { ending.begin(); }});
+    if (windows) control.onShow = [&] { windows->showPanel(); };
     std::optional<ControlServer> server;
     if (auto socket = lock ? ControlSocket::listen(*lock) : nullptr) {
         server.emplace(controlQueue, mainQueue, std::move(socket),
