@@ -23,6 +23,7 @@ xmlText() {
 appcastItem() {
     local package=$1 key=$2 url=$3 notes=$4 version architecture length signature text
     version=$(dpkg-deb --field "$package" Version) || fail "$package is no Debian package"
+    [[ $(dpkg-deb --field "$package" Package) == orvel-agent ]] || fail "$package is not the agent's package"
     [[ $version =~ ^[0-9A-Za-z.+~_-]+$ ]] || fail "a version like $version cannot be in a feed"
     architecture=$(dpkg-deb --field "$package" Architecture)
     length=$(stat --format=%s "$package")

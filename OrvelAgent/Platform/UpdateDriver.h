@@ -116,7 +116,8 @@ public:
 
     // False: this build has no feed or no key, or is busy in a way that cannot be shown.
     virtual bool canCheck() const = 0;
-    // The user's setting, which is kept.
+    // The user's setting, which is kept; at first on, and off for an agent on a state folder of its
+    // own (--state-dir).
     virtual bool automaticallyChecks() const = 0;
     virtual void setAutomaticallyChecks(bool checks) = 0;
 

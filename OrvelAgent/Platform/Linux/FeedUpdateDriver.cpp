@@ -12,7 +12,7 @@ constexpr const char* automaticKey = "SUEnableAutomaticChecks";
 
 FeedUpdateDriver::FeedUpdateDriver(Parts driverParts, const UpdateSetup& setup)
     : parts(std::move(driverParts)),
-      automatic(parts.defaults.boolean(automaticKey).value_or(true)),
+      automatic(parts.defaults.boolean(automaticKey).value_or(setup.automatic)),
       session(std::make_shared<UpdateSession>(
           UpdateSession::Parts{parts.queue, parts.defaults, parts.installer, parts.http,
                                parts.random},

@@ -9,7 +9,7 @@
 namespace orvel {
 
 // The driver without a framework: the session on a queue of its own, and without an interface of
-// its own. The user's setting is the default "SUEnableAutomaticChecks" (Boolean, true).
+// its own. The user's setting is the default "SUEnableAutomaticChecks" (Boolean).
 class FeedUpdateDriver : public UpdateDriver {
 public:
     struct Parts {

@@ -79,7 +79,9 @@ std::unique_ptr<UpdateDriver> UpdateDriver::create(SerialQueue& mainQueue, Defau
                     whole,
                     packageName,
                     {"linux", packageType, debianArchitecture(), systemVersion()},
-                    StatePlaces::of(location).cacheFolder + "/updates"});
+                    StatePlaces::of(location).cacheFolder + "/updates",
+                    // Of several agents of one computer one is enough.
+                    !location.folder});
 }
 
 }  // namespace orvel

@@ -22,6 +22,7 @@ struct UpdateSetup {
     std::string packageName;  // of the package that brings it
     Appcast::Target target;   // of this machine
     std::string folder;       // for packages that are loaded; absolute
+    bool automatic = true;    // it looks on its own as long as the user has not said
 };
 
 // Looking for updates, loading and verifying one, and having it installed: the states of
