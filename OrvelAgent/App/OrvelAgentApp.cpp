@@ -16,8 +16,11 @@
 #include "OrvelAgent/App/ModelControl.h"
 #include "OrvelAgent/App/Panel/AgentWindows.h"
 #include "OrvelAgent/App/Panel/PanelApplication.h"
+#include "OrvelAgent/App/Panel/Symbol.h"
+#include "OrvelAgent/App/Panel/UpdatesBinding.h"
 #include "OrvelAgent/App/QtMainQueue.h"
 #include "OrvelAgent/App/Terminal.h"
+#include "OrvelAgent/App/UpdateWindow.h"
 #include "OrvelAgent/Control/AgentCommands.h"
 #include "OrvelAgent/Control/ControlServer.h"
 #include "OrvelAgent/Core/AgentCore.h"
@@ -73,12 +76,29 @@ private:
     bool begun = false;
 };
 
+// New versions, as the person at this computer meets them.
+struct Updates {
+    const std::unique_ptr<UpdateDriver> driver;
+    Updater updater;
+    UpdateWindow window;
+
+    Updates(SerialQueue& mainQueue, Defaults& defaults, Notifier& notifier, HostInfo& host,
+            const StateLocation& location)
+        : driver(UpdateDriver::create(mainQueue, defaults, host, location)),
+          updater(*driver, notifier),
+          window(updater, QString::fromStdString(host.shortVersion().value_or("?"))) {
+        window.setWindowIcon(programIcon());
+    }
+};
+
 void logNewlyPaired(const PairedDevice& device) {
     std::fprintf(stderr, "orvel: a new phone was paired: %s (%s)\n", printable(device.name).c_str(),
                  device.id.c_str());
 }
 
-int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& host) {
+enum class Next { end, startAgain };
+
+Next runAgent(const RunOptions& run, const StateLocation& location, HostInfo& host) {
     std::unique_ptr<InstanceLock> lock;
     switch (InstanceLock::acquire(location, lock)) {
         case InstanceLock::Outcome::taken:
@@ -87,7 +107,7 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
             std::fprintf(stderr, "orvel: another agent runs on this state already\n");
             // Whoever starts it a second time wants to see it.
             if (!run.headless && !run.atLogin) showRunningAgent(location);
-            return 0;
+            return Next::end;
         case InstanceLock::Outcome::unavailable:
             std::fprintf(stderr, "orvel: the state cannot be locked, going on without\n");
             break;
@@ -140,6 +160,7 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
         releaseFreeMemory});
     QObject::connect(model.get(), &AgentModel::newlyPaired, logNewlyPaired);
 
+    Next next = Next::end;
     Ending ending(mainQueue, *model);
     boost::asio::signal_set signals(ioContext(agentQueue), SIGINT, SIGTERM);
     signals.async_wait([&](auto error, int) {
@@ -153,16 +174,24 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
 
     std::optional<Headless> headless;
     std::optional<Terminal> terminal;
+    // Not without windows: nobody would be asked before something is installed.
+    std::optional<Updates> updates;
     std::optional<AgentWindows> windows;
     if (run.headless) {
         headless.emplace(mainQueue, *model, [&] { ending.begin(); });
         headless->start(core->identity);
     }
     if (hasWindows) {
+        updates.emplace(mainQueue, *stores.defaults, *notifier, host, location);
+        QObject::connect(&updates->updater, &Updater::relaunchWanted, [&] {
+            next = Next::startAgain;
+            ending.begin();
+        });
         windows.emplace(AgentWindows::Parts{
             .model = *model,
             .login = login ? &*login : nullptr,
-            .connectUpdates = nullptr,
+            .connectUpdates =
+                [&](UpdatesSection& section) { connectUpdates(section, updates->updater); },
             .version = QString::fromStdString(core->agentVersion),
             .webHost = QStringLiteral(ORVEL_WEB_HOST),
             .startedByDesktop = run.atLogin,
@@ -189,10 +218,18 @@ int runAgent(const RunOptions& run, const StateLocation& location, HostInfo& hos
     }
     mainQueue.post([&] { model->start(); });
     mainQueue.run();
-    return 0;
+    return next;
 }
 
-int run(int count, const char* const* arguments) {
+// As whatever is installed under the name that this program was started by. Returns if that fails.
+int startAgain(char** arguments) {
+    alarm(0);  // the limit of the ending would hold for what is started, too
+    execvp(arguments[0], arguments);
+    std::fprintf(stderr, "orvel: cannot start again\n");
+    return 1;
+}
+
+int run(int count, char** arguments) {
     returnLargeBuffers();
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGTTIN, SIG_IGN);  // in the background of a shell the input just ends
@@ -215,7 +252,8 @@ int run(int count, const char* const* arguments) {
         return runDoctor({location, systemChecks, {prepareConnectedSocket, {}}}, *doctor,
                          std::cout);
     }
-    return runAgent(std::get<RunOptions>(line.action), location, *host);
+    const Next next = runAgent(std::get<RunOptions>(line.action), location, *host);
+    return next == Next::startAgain ? startAgain(arguments) : 0;
 }
 
 }  // namespace

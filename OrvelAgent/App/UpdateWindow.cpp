@@ -125,7 +125,7 @@ UpdateWindow::UpdateWindow(Updater& shownUpdater, QString version, QWidget* pare
       detail(new QLabel(this)),
       notes(new QPlainTextEdit(this)),
       progress(new QProgressBar(this)) {
-    setWindowTitle("Orvel Agent güncellemesi");
+    setWindowTitle("Güncelleme");
     setWindowFlag(Qt::Dialog);
     auto font = heading->font();
     font.setBold(true);
