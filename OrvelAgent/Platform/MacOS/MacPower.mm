@@ -1,0 +1,52 @@
+// IOKit's contract: assertions are held by powerd for this process until they are released or it
+// ends; making one is a short exchange with it, safe on any thread. A declaration of user activity
+// hands back an assertion of its own kind; given again, it is renewed instead of doubled.
+#import <Foundation/Foundation.h>
+#include <IOKit/pwr_mgt/IOPMLib.h>
+
+#include <mutex>
+
+#include "OrvelAgent/Platform/MacOS/Text.h"
+#include "OrvelAgent/Platform/Power.h"
+
+namespace orvel {
+
+namespace {
+
+static_assert(kIOPMAssertionLevelOn == 255);
+static_assert(kIOPMNullAssertionID == 0);
+
+CFStringRef cfString(NSString* text) {
+    return (__bridge CFStringRef)text;
+}
+
+class MacPower final : public Power {
+public:
+    std::uint32_t preventIdleSleep(const std::string& reason) override {
+        IOPMAssertionID assertion = kIOPMNullAssertionID;
+        const IOReturn status = IOPMAssertionCreateWithName(kIOPMAssertPreventUserIdleSystemSleep,
+                                                            kIOPMAssertionLevelOn,
+                                                            cfString(nsString(reason)), &assertion);
+        return status == kIOReturnSuccess ? assertion : kIOPMNullAssertionID;
+    }
+
+    void release(std::uint32_t assertion) override { IOPMAssertionRelease(assertion); }
+
+    void declareUserActivity(const std::string& reason) override {
+        const std::lock_guard hold(mutex);
+        IOPMAssertionDeclareUserActivity(cfString(nsString(reason)), kIOPMUserActiveLocal,
+                                         &activity);
+    }
+
+private:
+    std::mutex mutex;  // guards the field below
+    IOPMAssertionID activity = kIOPMNullAssertionID;
+};
+
+}  // namespace
+
+std::unique_ptr<Power> Power::create() {
+    return std::make_unique<MacPower>();
+}
+
+}  // namespace orvel
