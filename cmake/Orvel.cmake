@@ -1,12 +1,31 @@
 # What every target here is compiled with, and the two ways in which the folders declare targets.
 
+if(APPLE)
+  # Homebrew keeps these where nobody finds them by themselves.
+  find_program(BREW brew)
+  foreach(formula openssl@3 icu4c)
+    if(BREW)
+      execute_process(COMMAND ${BREW} --prefix ${formula} OUTPUT_VARIABLE prefix OUTPUT_STRIP_TRAILING_WHITESPACE
+                      ERROR_QUIET)
+      list(APPEND CMAKE_PREFIX_PATH ${prefix})
+    endif()
+  endforeach()
+endif()
+
 find_package(Threads REQUIRED)
 find_package(OpenSSL 3 REQUIRED)
 find_package(PkgConfig REQUIRED)
 find_package(Boost 1.81 REQUIRED COMPONENTS json url)
-find_package(GTest)
-# Widgets for windows, Core for what they are bound to, DBus for the tray and notifications.
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Gui Widgets Svg)
+if(NOT APPLE)
+  find_package(GTest)  # the tests run on Linux
+endif()
+# Widgets for windows, Core for what they are bound to, Svg for their symbols, on Linux DBus for the
+# tray and notifications.
+set(parts Core Gui Widgets Svg)
+if(NOT APPLE)
+  list(APPEND parts DBus)
+endif()
+find_package(Qt6 6.4 REQUIRED COMPONENTS ${parts})
 
 add_library(orvel_options INTERFACE)
 target_include_directories(orvel_options INTERFACE ${CMAKE_SOURCE_DIR})
@@ -14,6 +33,18 @@ target_compile_options(orvel_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow
                                                -Woverloaded-virtual -Wimplicit-fallthrough -Werror)
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   target_compile_options(orvel_options INTERFACE -Wthread-safety)
+  # Functions that assert their queue at run time hand out references to what it owns.
+  include(CheckCXXCompilerFlag)
+  check_cxx_compiler_flag(-Wthread-safety-reference-return ORVEL_KNOWS_REFERENCE_RETURN)
+  if(ORVEL_KNOWS_REFERENCE_RETURN)
+    target_compile_options(orvel_options INTERFACE -Wno-thread-safety-reference-return)
+  endif()
+endif()
+if(APPLE)
+  target_compile_options(orvel_options INTERFACE -Wunguarded-availability-new
+                                                 $<$<COMPILE_LANGUAGE:OBJCXX>:-fobjc-arc>)
+  # The system's `check` and `verify` are macros otherwise.
+  target_compile_definitions(orvel_options INTERFACE __ASSERT_MACROS_DEFINE_VERSIONS_WITHOUT_UNDERSCORES=0)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # gcc 12 sees overlapping copies in correct uses of std::string (gcc bug 105651).
@@ -30,7 +61,9 @@ if(ORVEL_SANITIZE)
 endif()
 if(CMAKE_BUILD_TYPE STREQUAL Release)
   target_compile_options(orvel_options INTERFACE -g1)
-  target_link_options(orvel_options INTERFACE -Wl,--as-needed)
+  if(NOT APPLE)
+    target_link_options(orvel_options INTERFACE -Wl,--as-needed)
+  endif()
 endif()
 
 # For a target with the option QT: code for its QObjects is generated from their headers.
