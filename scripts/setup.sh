@@ -22,13 +22,14 @@ missing() {
     ' <(dpkg-query -W -f '${Package}|${db:Status-Status}\n' "${names[@]}" 2>/dev/null || true) <(printf '%s\n' "$@")
 }
 
-# setUp [SECTION ...]: instant when nothing is missing.
+# setUp [SECTION ...]: instant when nothing is missing. Without a section: what all of the project needs here.
 setUp() {
+    (($#)) || set -- build run package test
     local names lacking
     local section
     for section; do
         if ! grep -qFx "# [$section]" "$root/packages.txt"; then
-            say "packages.txt has no section \"$section\" (build, run, package, test)"
+            say "packages.txt has no section \"$section\" (build, run, package, test, macos)"
             exit 2
         fi
     done

@@ -51,6 +51,7 @@ testAll() {
     else
         runChecks
         buildAll
+        testMacos
         runPackagingTests release
         runWebTests
         runSuites dev '*'
@@ -77,7 +78,8 @@ runChecks() {
     local sources
     mapfile -t sources < <(git ls-files -- '*.h' '*.cpp' '*.mm' 2>/dev/null ||
         find OrvelKit OrvelAgent Phone Tests Benchmarks Fuzz \( -name '*.h' -o -name '*.cpp' -o -name '*.mm' \))
-    launch check shellcheck 120 shellcheck -x -a orvel .ci/run Tests/*/*.sh Packaging/linux/completions/bash/*
+    launch check shellcheck 120 shellcheck -x -a orvel .ci/run Tests/*/*.sh Packaging/macos/*.sh \
+        Packaging/linux/completions/bash/*
     launch check clang-format 300 clang-format --dry-run -Werror "${sources[@]}"
     launch check entry 120 Tests/Entry/EntryTest.sh
     while ((${#running[@]})); do reap; done
@@ -152,6 +154,7 @@ runWebTests() {
 # runPackagingTests PRESET: what people get to see of the programs in build/PRESET.
 runPackagingTests() {
     launch check documented 300 "$root/Tests/Packaging/DocumentedTest.sh" "$root/build/$1"
+    launch check mac-bundle 120 "$root/Tests/Packaging/MacBundleTest.py"
     launch check packages 1200 "$root/Tests/Packaging/PackagesTest.sh" "$root/build/$1"
 }
 

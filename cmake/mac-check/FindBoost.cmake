@@ -1,0 +1,6 @@
+include(${CMAKE_CURRENT_LIST_DIR}/HeadersOnly.cmake)
+orvel_headers_only(Boost::headers)
+foreach(component IN LISTS Boost_FIND_COMPONENTS)
+  orvel_headers_only(Boost::${component})
+endforeach()
+set(Boost_FOUND TRUE)

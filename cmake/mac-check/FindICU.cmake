@@ -1,0 +1,5 @@
+include(${CMAKE_CURRENT_LIST_DIR}/HeadersOnly.cmake)
+foreach(component IN LISTS ICU_FIND_COMPONENTS)
+  orvel_headers_only(ICU::${component})
+endforeach()
+set(ICU_FOUND TRUE)

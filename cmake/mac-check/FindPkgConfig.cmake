@@ -1,0 +1,6 @@
+include(${CMAKE_CURRENT_LIST_DIR}/HeadersOnly.cmake)
+macro(pkg_check_modules name)
+  orvel_headers_only(PkgConfig::${name} opus)
+  set(${name}_FOUND TRUE)
+endmacro()
+set(PkgConfig_FOUND TRUE)

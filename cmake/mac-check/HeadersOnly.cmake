@@ -1,0 +1,12 @@
+# orvel_headers_only(TARGET [FOLDER ...]): a package of which the headers alone are here.
+function(orvel_headers_only target)
+  if(TARGET ${target})
+    return()
+  endif()
+  add_library(${target} INTERFACE IMPORTED GLOBAL)
+  set(folders ${ORVEL_MAC_HEADERS})
+  foreach(folder IN LISTS ARGN)
+    list(APPEND folders ${ORVEL_MAC_HEADERS}/${folder})
+  endforeach()
+  set_target_properties(${target} PROPERTIES INTERFACE_INCLUDE_DIRECTORIES "${folders}")
+endfunction()
