@@ -60,9 +60,10 @@ if(ORVEL_SANITIZE)
   endif()
 endif()
 if(CMAKE_BUILD_TYPE STREQUAL Release)
-  target_compile_options(orvel_options INTERFACE -g1)
+  # Hardened, as distributions want it.
+  target_compile_options(orvel_options INTERFACE -g1 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
   if(NOT APPLE)
-    target_link_options(orvel_options INTERFACE -Wl,--as-needed)
+    target_link_options(orvel_options INTERFACE -Wl,--as-needed -Wl,-z,relro -Wl,-z,now)
   endif()
 endif()
 
