@@ -1,11 +1,14 @@
 // IOKit's contract: assertions are held by powerd for this process until they are released or it
 // ends; making one is a short exchange with it, safe on any thread. A declaration of user activity
-// hands back an assertion of its own kind; given again, it is renewed instead of doubled.
+// hands back an assertion of its own kind; given again, it is renewed instead of doubled. A program
+// without windows in front is napped, with late timers and slow sockets, unless it is known to do
+// what its user wants; that lasts until the token of the activity is given back.
 #import <Foundation/Foundation.h>
 #include <IOKit/pwr_mgt/IOPMLib.h>
 
 #include <mutex>
 
+#include "OrvelAgent/Platform/MacOS/CFOwner.h"
 #include "OrvelAgent/Platform/MacOS/Text.h"
 #include "OrvelAgent/Platform/Power.h"
 
@@ -16,17 +19,19 @@ namespace {
 static_assert(kIOPMAssertionLevelOn == 255);
 static_assert(kIOPMNullAssertionID == 0);
 
-CFStringRef cfString(NSString* text) {
-    return (__bridge CFStringRef)text;
+CFOwner<CFStringRef> cfString(const std::string& text) {
+    return CFOwner<CFStringRef>(static_cast<CFStringRef>(CFBridgingRetain(nsString(text))));
 }
 
 class MacPower final : public Power {
 public:
+    ~MacPower() override { [NSProcessInfo.processInfo endActivity:serving]; }
+
     std::uint32_t preventIdleSleep(const std::string& reason) override {
         IOPMAssertionID assertion = kIOPMNullAssertionID;
-        const IOReturn status = IOPMAssertionCreateWithName(kIOPMAssertPreventUserIdleSystemSleep,
-                                                            kIOPMAssertionLevelOn,
-                                                            cfString(nsString(reason)), &assertion);
+        const IOReturn status =
+            IOPMAssertionCreateWithName(kIOPMAssertPreventUserIdleSystemSleep,
+                                        kIOPMAssertionLevelOn, cfString(reason).get(), &assertion);
         return status == kIOReturnSuccess ? assertion : kIOPMNullAssertionID;
     }
 
@@ -34,11 +39,14 @@ public:
 
     void declareUserActivity(const std::string& reason) override {
         const std::lock_guard hold(mutex);
-        IOPMAssertionDeclareUserActivity(cfString(nsString(reason)), kIOPMUserActiveLocal,
-                                         &activity);
+        IOPMAssertionDeclareUserActivity(cfString(reason).get(), kIOPMUserActiveLocal, &activity);
     }
 
 private:
+    // The computer may sleep nevertheless.
+    const id<NSObject> serving = [NSProcessInfo.processInfo
+        beginActivityWithOptions:NSActivityUserInitiatedAllowingIdleSystemSleep
+                          reason:@"Orvel: telefonlar bu Mac'e ulaşabilsin"];
     std::mutex mutex;  // guards the field below
     IOPMAssertionID activity = kIOPMNullAssertionID;
 };
