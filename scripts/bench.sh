@@ -4,7 +4,7 @@
 # something: other programs share the machine, and not all machines are equal.
 
 # What is measured on whole programs, by name.
-wholeSubjects=(whole files input beside rest web)
+wholeSubjects=(whole files input beside rest windows web)
 
 # bench [FILTER]: FILTER is one of wholeSubjects, for that alone, or a regular expression for the rows of
 # the small benchmarks; whatever has no such rows is then left out.
@@ -14,7 +14,7 @@ bench() {
     if [[ -z $scratch && -w /dev/shm ]]; then scratch=$(mktemp -d /dev/shm/orvel.XXXXXX); fi
     setUp
     if [[ " ${wholeSubjects[*]} " == *" ${filter:-none} "* ]]; then
-        build release orvel-agent orvel-phone orvel-relay orvel-moving-screen orvel-session-probe
+        build release orvel-agent orvel-phone orvel-relay orvel-moving-screen orvel-session-probe orvel-click-probe
     else
         build release
         for program in "$root"/build/release/orvel-*-benchmark*; do
@@ -32,6 +32,8 @@ bench() {
     source "$root/Benchmarks/file-download.sh"
     # shellcheck source=Benchmarks/session.sh
     source "$root/Benchmarks/session.sh"
+    # shellcheck source=Benchmarks/windows.sh
+    source "$root/Benchmarks/windows.sh"
     startBenchSession
     for subject in "${wholeSubjects[@]}"; do
         if [[ -n $filter && $filter != "$subject" ]]; then continue; fi
@@ -41,6 +43,7 @@ bench() {
             input) measureInput ;;
             beside) measureBesideDownload ;;
             rest) measureRest ;;
+            windows) measureWindows ;;
             web) measureWebSessions ;;
         esac
     done

@@ -15,7 +15,7 @@ bool prepareWindowSystem() {
     constexpr int keep = 0;
     // The screen is an X server's, so the windows are, too: only there they find their places.
     setenv("QT_QPA_PLATFORM", "xcb", keep);
-    // Nothing here draws with OpenGL, whose libraries take more memory than all the rest.
+    // Nothing here draws with OpenGL, so nobody need look for its drivers.
     setenv("QT_XCB_GL_INTEGRATION", "none", keep);
     return true;
 }
