@@ -2,8 +2,9 @@
 # ./orvel test and ./orvel fuzz.
 
 # What is worth a second build with the thread sanitizer: whatever uses more than one thread.
-threadedSuites=(orvel-base-tests orvel-core-tests orvel-agent-tests orvel-phone-tests orvel-process-tests
-    orvel-desktop-tests orvel-input-tests orvel-linux-update-tests orvel-sound-tests orvel-relay-tests orvel-relay-server-tests)
+threadedSuites=(orvel-base-tests orvel-core-tests orvel-agent-tests orvel-phone-tests
+    orvel-process-tests orvel-desktop-tests orvel-input-tests orvel-linux-update-tests
+    orvel-sound-tests orvel-qt-queue-tests orvel-relay-tests orvel-relay-server-tests)
 
 fuzzSeconds=5   # for each fuzz target in ./orvel test
 suiteSeconds=600 # no test program takes nearly as long
