@@ -1,5 +1,8 @@
 // What the panel shows of the model, and what becomes of clicks and keys.
 
+#include <gmock/gmock.h>
+
+#include <QAccessible>
 #include <QCheckBox>
 #include <QLabel>
 #include <QPushButton>
@@ -9,8 +12,9 @@
 #include "OrvelAgent/App/LoginItem.h"
 #include "OrvelAgent/App/Panel/AboutWindow.h"
 #include "OrvelAgent/App/Panel/PanelPlace.h"
-#include "OrvelAgent/App/Panel/UpdatesSection.h"
+#include "OrvelAgent/App/Panel/UpdatesBinding.h"
 #include "OrvelAgent/Platform/Fake/FakeLoginService.h"
+#include "OrvelAgent/Platform/Fake/FakeUpdateDriver.h"
 #include "Tests/Panel/PanelDesk.h"
 
 // What fonts and the toolkit hold until the end of the process.
@@ -161,14 +165,20 @@ TEST_F(AgentPanelTest, switchesSettingsAndFallsBackWhereTheSystemRefuses) {
 
 TEST_F(AgentPanelTest, offersAVersionThatIsReady) {
     open();
+    FakeUpdateDriver driver;
+    Updater updater(driver, agent.notifier);
+    connectUpdates(panel->updates(), updater);
     EXPECT_FALSE(find<QPushButton>(*panel, "Yükle"));
-    bool wanted = false;
-    QObject::connect(&panel->updates(), &UpdatesSection::installWanted, [&] { wanted = true; });
-    panel->updates().show({QStringLiteral("1.4"), false, true, {}});
-    EXPECT_TRUE(shows("Yeni sürüm hazır: 1.4"));
+    click("Güncellemeleri denetle…");
+    driver.setCheckable(false);
     EXPECT_FALSE(find<QPushButton>(*panel, "Güncellemeleri denetle…")->isEnabled());
+    driver.become({UpdateState::Checking{}});
+    EXPECT_TRUE(shows("Güncellemeler denetleniyor…"));
+    driver.callbacks.willHandleShowingUpdate({"1.4", "1.4", {}, 1}, false, false);
+    EXPECT_TRUE(shows("Yeni sürüm hazır: 1.4"));
     click("Yükle");
-    EXPECT_TRUE(wanted);
+    find<QCheckBox>(*panel, "Güncellemeleri kendiliğinden denetle")->click();
+    EXPECT_EQ(driver.calls, (std::vector<std::string>{"check", "install", "automatic off"}));
 }
 
 // Everything can be reached by Tab, in the order of reading, and has a name to be read out.
@@ -190,8 +200,14 @@ TEST_F(AgentPanelTest, isCompleteByKeyboard) {
         const QString name =
             button->accessibleName().isEmpty() ? button->text() : button->accessibleName();
         if (reached.contains(name)) break;
-        EXPECT_FALSE(name.isEmpty());
         reached << name;
+        const QAccessibleInterface* spoken = QAccessible::queryAccessibleInterface(now);
+        ASSERT_TRUE(spoken) << name.toStdString();
+        EXPECT_EQ(spoken->text(QAccessible::Name), name);
+        EXPECT_THAT(
+            (std::array{QAccessible::Button, QAccessible::RadioButton, QAccessible::CheckBox}),
+            testing::Contains(spoken->role()))
+            << name.toStdString();
         const int top = now->mapTo(panel->findChild<QScrollArea*>()->widget(), QPoint()).y();
         EXPECT_GE(top + now->height(), lastTop) << name.toStdString();
         lastTop = top;

@@ -6,12 +6,15 @@
 #include <QPainter>
 #include <QPalette>
 #include <algorithm>
+#include <cmath>
 #include <map>
 
 #include "OrvelAgent/App/LoginItem.h"
+#include "OrvelAgent/App/Panel/AboutWindow.h"
 #include "OrvelAgent/App/Panel/Disclosure.h"
 #include "OrvelAgent/App/Panel/PairingWindow.h"
 #include "OrvelAgent/App/Panel/TextLabel.h"
+#include "OrvelAgent/App/Panel/TrayIcon.h"
 #include "OrvelAgent/App/Panel/UpdatesSection.h"
 #include "OrvelAgent/Platform/Fake/FakeLoginService.h"
 #include "Tests/Panel/PanelDesk.h"
@@ -184,7 +187,53 @@ TEST_F(PanelPicturesTest, norInTheDark) {
     QApplication::setPalette(light);
 }
 
-TEST_F(PanelPicturesTest, norInTheWindowOfANewPhone) {
+// As the Web Content Accessibility Guidelines 2.1 count it; 3 is enough for symbols.
+double contrast(QColor a, QColor b) {
+    const auto luminance = [](const QColor& colour) {
+        const auto linear = [](double part) {
+            return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+        };
+        return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) +
+               0.0722 * linear(colour.blueF());
+    };
+    const auto [darker, lighter] = std::minmax({luminance(a), luminance(b)});
+    return (lighter + 0.05) / (darker + 0.05);
+}
+
+TEST_F(PanelPicturesTest, theIconStandsOutOnEveryBar) {
+    using State = TrayIcon::State;
+    const QColor light(0xE6, 0xE6, 0xE6), dark(0x22, 0x24, 0x28);
+    const std::vector states{State::starting, State::waiting, State::connected, State::failed};
+    for (const State state : states) {
+        const QImage icon = TrayIcon::picture(state, true).pixmap(QSize(44, 44), 1).toImage();
+        const QColor field = icon.pixelColor(22, 2);  // above the drawing
+        for (const QColor& other : {light, dark, QColor(Qt::white)})
+            EXPECT_GE(contrast(field, other), 3) << static_cast<int>(state) << other.red();
+    }
+
+    struct Bars : QWidget {
+        void paintEvent(QPaintEvent*) override {
+            QPainter painter(this);
+            for (int row = 0; row < 3; ++row) {
+                painter.fillRect(0, row * 40, width(), 40, std::array{light, dark, light}[row]);
+                for (int column = 0; column < 4; ++column) {
+                    const QIcon icon = TrayIcon::picture(states[column], row < 2);
+                    icon.paint(&painter, column * 60 + 6, row * 40 + 9, 22, 22);
+                    icon.paint(&painter, column * 60 + 36, row * 40 + 12, 16, 16);
+                }
+            }
+        }
+        std::vector<State> states;
+        QColor light, dark;
+    } bars;
+    bars.states = states;
+    bars.light = light;
+    bars.dark = dark;
+    bars.setFixedSize(4 * 60, 3 * 40);
+    keep(bars, "icon", 2);
+}
+
+TEST_F(PanelPicturesTest, norInTheOtherWindows) {
     const QString name = QString::fromStdString(phones(4)[3].name);
     for (const auto& [picture, code, phone] :
          {std::tuple("pairing", std::optional<QString>("123456"), std::optional<QString>()),
@@ -195,6 +244,11 @@ TEST_F(PanelPicturesTest, norInTheWindowOfANewPhone) {
         judge(window, picture);
         keep(window, picture, 1);
     }
+    AboutWindow about(QStringLiteral("0.1.0"), QStringLiteral("orvel.example"));
+    about.show();
+    QCoreApplication::processEvents();
+    judge(about, "about");
+    keep(about, "about", 1);
 }
 
 }  // namespace

@@ -79,9 +79,13 @@ void AgentWindows::togglePanel() {
     if (openedPanel && openedPanel->isVisible() && !openedPanel->isWindowLikeOthers()) {
         return openedPanel->hide();
     }
-    // Some trays keep to themselves where the icon is; the pointer is on it now.
-    const QRect place = tray.place();
-    panel().openAt(place.isValid() ? place : QRect(QCursor::pos(), QSize(1, 1)));
+    QRect place = tray.place();
+    if (!place.isValid()) {
+        // Some trays keep to themselves where the icon is; the pointer is on it now.
+        place = QRect(0, 0, 32, 32);
+        place.moveCenter(QCursor::pos());
+    }
+    panel().openAt(place);
 }
 
 void AgentWindows::showStatus() {

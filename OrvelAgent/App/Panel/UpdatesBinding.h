@@ -6,7 +6,8 @@
 namespace orvel {
 
 // The section shows what the updater says, and hands it what the user does. The updater outlives
-// the section.
+// the section. For AgentWindows::Parts::connectUpdates, as the panel is made at its first opening:
+//     .connectUpdates = [&](UpdatesSection& section) { connectUpdates(section, updater); }
 inline void connectUpdates(UpdatesSection& section, Updater& updater) {
     const auto show = [&section, &updater] {
         section.show({updater.availableVersion(), updater.canCheck(), updater.automaticChecks(),
