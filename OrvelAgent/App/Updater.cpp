@@ -76,6 +76,9 @@ Updater::Updater(UpdateDriver& updateDriver, Notifier& userNotifier, QObject* pa
                   [this](const UpdateState& state) { stateArrived(state); }});
 }
 
+bool Updater::isConfigured() const {
+    return driver.isConfigured();
+}
 bool Updater::canCheck() const {
     return driver.canCheck();
 }

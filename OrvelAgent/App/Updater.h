@@ -26,6 +26,8 @@ public:
     // Starts the driver. Both outlive this.
     Updater(UpdateDriver& updateDriver, Notifier& userNotifier, QObject* parent = nullptr);
 
+    // Whether this build can ever look for new versions; otherwise automaticChecks is no choice.
+    bool isConfigured() const;
     // Whether "check for updates" is to be offered now.
     bool canCheck() const;
     // The display version of an update that was found in the background and that nobody has

@@ -114,7 +114,11 @@ public:
     // checkForUpdates(), and skip() and dismiss() mean nothing.
     virtual bool hasInterface() const = 0;
 
-    // False: this build has no feed or no key, or is busy in a way that cannot be shown.
+    // False: there is nowhere to look or nothing to install with, in this build or on this system;
+    // then canCheck() and automaticallyChecks() are false for good. Never changes.
+    virtual bool isConfigured() const { return true; }
+
+    // False: it is not configured, or busy in a way that cannot be shown.
     virtual bool canCheck() const = 0;
     // The user's setting, which is kept; at first on, and off for an agent on a state folder of its
     // own (--state-dir).

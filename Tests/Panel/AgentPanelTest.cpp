@@ -181,6 +181,16 @@ TEST_F(AgentPanelTest, offersAVersionThatIsReady) {
     EXPECT_EQ(driver.calls, (std::vector<std::string>{"check", "install", "automatic off"}));
 }
 
+TEST_F(AgentPanelTest, offersNoChoiceOfUpdatesWhereThereCanBeNone) {
+    open();
+    FakeUpdateDriver driver;
+    driver.configured = driver.checkable = driver.automatic = false;
+    Updater updater(driver, agent.notifier);
+    connectUpdates(panel->updates(), updater);
+    EXPECT_FALSE(find<QPushButton>(*panel, "Güncellemeleri denetle…")->isEnabled());
+    EXPECT_FALSE(find<QCheckBox>(*panel, "Güncellemeleri kendiliğinden denetle")->isEnabled());
+}
+
 // Everything can be reached by Tab, in the order of reading, and has a name to be read out.
 TEST_F(AgentPanelTest, isCompleteByKeyboard) {
     agent.relay.configure();

@@ -11,7 +11,7 @@ namespace orvel {
 inline void connectUpdates(UpdatesSection& section, Updater& updater) {
     const auto show = [&section, &updater] {
         section.show({updater.availableVersion(), updater.canCheck(), updater.automaticChecks(),
-                      updater.stateText()});
+                      updater.stateText(), updater.isConfigured()});
     };
     for (const auto signal : {&Updater::canCheckChanged, &Updater::availableVersionChanged,
                               &Updater::automaticChecksChanged, &Updater::stateChanged}) {

@@ -42,6 +42,7 @@ void UpdatesSection::show(const State& state) {
     available->setVisible(state.availableVersion.has_value());
     if (state.availableVersion) version->setText(texts::newVersion + *state.availableVersion);
     check->setEnabled(state.canCheck);
+    automatic->setEnabled(state.isConfigured);
     automatic->show(state.automaticChecks);
     progress->setText(state.progress);
     progress->setVisible(!state.progress.isEmpty());

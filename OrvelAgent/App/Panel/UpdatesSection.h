@@ -21,6 +21,7 @@ public:
         bool canCheck = false;
         bool automaticChecks = false;
         QString progress;  // one line; empty: nothing is under way
+        bool isConfigured = true;
     };
 
     explicit UpdatesSection(QWidget* parent = nullptr);

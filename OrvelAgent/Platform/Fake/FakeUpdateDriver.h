@@ -12,6 +12,7 @@ namespace orvel {
 class FakeUpdateDriver : public UpdateDriver {
 public:
     bool interface = false;
+    bool configured = true;
     bool checkable = true;
     bool automatic = true;
     Callbacks callbacks;
@@ -19,6 +20,7 @@ public:
 
     void start(Callbacks given) override { callbacks = std::move(given); }
     bool hasInterface() const override { return interface; }
+    bool isConfigured() const override { return configured; }
     bool canCheck() const override { return checkable; }
     bool automaticallyChecks() const override { return automatic; }
     void setAutomaticallyChecks(bool checks) override {

@@ -20,6 +20,7 @@ class NoUpdateDriver final : public UpdateDriver {
 public:
     void start(Callbacks) override {}
     bool hasInterface() const override { return false; }
+    bool isConfigured() const override { return false; }
     bool canCheck() const override { return false; }
     bool automaticallyChecks() const override { return false; }
     void setAutomaticallyChecks(bool) override {}
