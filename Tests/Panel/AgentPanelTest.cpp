@@ -161,6 +161,10 @@ TEST_F(AgentPanelTest, switchesSettingsAndFallsBackWhereTheSystemRefuses) {
     atLogin->setFocus();
     QTest::keyClick(atLogin, Qt::Key_Space);
     EXPECT_TRUE(atLogin->isChecked());
+    service.registered = false;  // by another program, which the next opening sees
+    panel->hide();
+    panel->openAsWindow();
+    EXPECT_FALSE(atLogin->isChecked());
 }
 
 TEST_F(AgentPanelTest, offersAVersionThatIsReady) {
