@@ -197,15 +197,16 @@ Next runAgent(const RunOptions& run, const StateLocation& location, HostInfo& ho
             .startedByDesktop = run.atLogin,
         });
         QObject::connect(&*windows, &AgentWindows::quitWanted, [&] { ending.begin(); });
-        QObject::connect(model.get(), &AgentModel::listening, [](std::uint16_t port) {
-            std::fprintf(stderr, "orvel: listening on port %u\n", port);
-        });
         windows->start();
     }
     // Beside windows only where somebody reads it: what it says is not for logs.
     if (!run.headless && (!hasWindows || isatty(STDOUT_FILENO))) {
         terminal.emplace(mainQueue, *model, [&] { ending.begin(); });
         terminal->start();
+    } else if (hasWindows) {
+        QObject::connect(model.get(), &AgentModel::listening, [](std::uint16_t port) {
+            std::fprintf(stderr, "orvel: listening on port %u\n", port);
+        });
     }
     ModelControl control(
         {*model, core, agentQueue, mainQueue, run.address, run.advertise, [&] { ending.begin(); }});
