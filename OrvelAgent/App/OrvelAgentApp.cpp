@@ -117,6 +117,9 @@ Next runAgent(const RunOptions& run, const StateLocation& location, HostInfo& ho
     if (!run.headless && !hasWindows) {
         std::fprintf(stderr, "orvel: no display answers: no windows, but lines in this terminal\n");
     }
+    // Before there are threads: Qt sets the C library's locale.
+    MainLoop mainLoop(hasWindows);
+    SerialQueue& mainQueue = mainLoop.queue();
     StateStores stores = StateStores::create(location);
     const auto permissions = Permissions::create();
     const auto power = Power::create();
@@ -126,8 +129,6 @@ Next runAgent(const RunOptions& run, const StateLocation& location, HostInfo& ho
 
     // Queues outlive what runs on them: they go last, and "orvel.agent" before the ones it posts
     // to.
-    MainLoop mainLoop(hasWindows);
-    SerialQueue& mainQueue = mainLoop.queue();
     SerialQueue captureQueue("orvel.capture");
     SerialQueue audioQueue("orvel.audio");
     SerialQueue filesQueue("orvel.files");

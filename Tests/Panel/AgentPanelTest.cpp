@@ -8,6 +8,8 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QScrollArea>
+#include <cctype>
+#include <clocale>
 
 #include "OrvelAgent/App/LoginItem.h"
 #include "OrvelAgent/App/Panel/AboutWindow.h"
@@ -58,6 +60,19 @@ protected:
     std::optional<LoginItem> login;
     std::unique_ptr<AgentPanel> panel;
 };
+
+// What the rest of the program writes and compares for machines does not follow the user's
+// language.
+TEST_F(AgentPanelTest, leavesNumbersAndLettersToMachinesAsTheyAre) {
+    const locale_t turkish = newlocale(LC_ALL_MASK, TurkishLocale::name, nullptr);
+    ASSERT_TRUE(turkish) << "no such locale here, so this would show nothing";
+    freelocale(turkish);
+    EXPECT_EQ(QLocale::system().language(), QLocale::Turkish);
+    char number[8];
+    std::snprintf(number, sizeof number, "%.1f", 1.5);
+    EXPECT_STREQ(number, "1.5");
+    EXPECT_EQ(std::tolower('I'), 'i');
+}
 
 TEST_F(AgentPanelTest, showsTheStatusAndDisconnects) {
     open();

@@ -11,6 +11,7 @@
 #include "OrvelAgent/App/Panel/PanelApplication.h"
 #include "OrvelAgent/Platform/WindowSystem.h"
 #include "Tests/Agent/FakeAgent.h"
+#include "Tests/Panel/TurkishLocale.h"
 #include "Tests/Support/ScopedEnvironment.h"
 #include "Tests/Support/XServer.h"
 
@@ -24,7 +25,12 @@ public:
     XServer server{XServer::Options{.width = 1280, .height = 1000}};
     ScopedEnvironment display{"DISPLAY", server.display()};
     ScopedEnvironment noBus{"DBUS_SESSION_BUS_ADDRESS", "disabled:"};
-    ScopedEnvironment language{"LC_ALL", "tr_TR.UTF-8"};
+    static const TurkishLocale& turkish() {
+        static const TurkishLocale made;  // takes its time
+        return made;
+    }
+    ScopedEnvironment locales{"LOCPATH", turkish().path()};
+    ScopedEnvironment language{"LC_ALL", TurkishLocale::name};
     ScopedEnvironment zone{"TZ", "UTC"};
 };
 

@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include "Phone/PhoneConnection.h"
+#include "Tests/Panel/TurkishLocale.h"
 #include "Tests/Support/AgentProcess.h"
 #include "Tests/Support/XServer.h"
 
@@ -60,14 +61,15 @@ protected:
     }
 
     TemporaryFolder folder;
+    TurkishLocale turkish;
     XServer server{XServer::Options{.width = 1280, .height = 900}};
     BackgroundProcess manager{{.command = {"openbox"},
                                .environment = {{"DISPLAY", server.display()}},
                                .outputFile = folder / "openbox"}};
-    const std::map<std::string, std::string> environment{{"DISPLAY", server.display()},
-                                                         {"DBUS_SESSION_BUS_ADDRESS", "disabled:"},
-                                                         {"PULSE_SERVER", "/nonexistent"},
-                                                         {"LC_ALL", "tr_TR.UTF-8"}};
+    const std::map<std::string, std::string> environment{
+        {"DISPLAY", server.display()},    {"DBUS_SESSION_BUS_ADDRESS", "disabled:"},
+        {"PULSE_SERVER", "/nonexistent"}, {"LC_ALL", TurkishLocale::name},
+        {"LOCPATH", turkish.path()},      {"LSAN_OPTIONS", turkish.leakOptions()}};
     std::optional<LineProcess> agent;
     std::string port;
 };

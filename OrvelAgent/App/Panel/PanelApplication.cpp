@@ -1,6 +1,7 @@
 #include "OrvelAgent/App/Panel/PanelApplication.h"
 
 #include <QFont>
+#include <clocale>
 
 #include "OrvelAgent/App/Panel/PanelTexts.h"
 
@@ -14,6 +15,10 @@ constexpr char16_t nobodysFont[] = u"Sans Serif";
 }  // namespace
 
 PanelApplication::PanelApplication() {
+    // Qt has just switched the C library to the user's language, in which numbers have commas and,
+    // in Turkish, I is no capital i. What programs say to each other is not to know; Qt itself does
+    // not ask the C library.
+    if (!std::setlocale(LC_ALL, "C.UTF-8")) std::setlocale(LC_ALL, "C");
     QApplication::setApplicationDisplayName(texts::program);
     QApplication::setDesktopFileName(QStringLiteral("orvel-agent"));
     QApplication::setQuitOnLastWindowClosed(false);
