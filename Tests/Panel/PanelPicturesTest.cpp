@@ -165,6 +165,9 @@ TEST_F(PanelPicturesTest, nothingIsCutOffInAnyState) {
     take("update", [](AgentPanel& panel) {
         panel.updates().show({QStringLiteral("1.4"), true, true, {}});
     });
+    take("no-updates", [](AgentPanel& panel) {
+        panel.updates().show({std::nullopt, false, false, {}, false});
+    });
     reportDevices(phones(5));
     take("remove-question",
          [](AgentPanel& panel) { find<QAbstractButton>(panel, "Kaldır: هاتف")->click(); });

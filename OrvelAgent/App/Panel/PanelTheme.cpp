@@ -12,16 +12,21 @@ QColor mixed(const QColor& under, const QColor& over, qreal share) {
                   part(under.blue(), over.blue()));
 }
 
+// What is disabled fades by itself, from the colours that it has when it is not.
+QColor inUse(const QPalette& palette, QPalette::ColorRole role) {
+    return palette.color(QPalette::Active, role);
+}
+
 // The window's colour with some of the text's in it.
 QColor shaded(const QPalette& palette, qreal share) {
-    return mixed(palette.color(QPalette::Window), palette.color(QPalette::WindowText), share);
+    return mixed(inUse(palette, QPalette::Window), inUse(palette, QPalette::WindowText), share);
 }
 
 }  // namespace
 
 bool isDark(const QPalette& palette) {
-    return palette.color(QPalette::Window).lightness() <
-           palette.color(QPalette::WindowText).lightness();
+    return inUse(palette, QPalette::Window).lightness() <
+           inUse(palette, QPalette::WindowText).lightness();
 }
 
 QColor colour(const QPalette& palette, Tone tone) {
@@ -42,7 +47,7 @@ QColor colour(const QPalette& palette, Tone tone) {
         case Tone::onFill:
             return dark ? QColor(0x10, 0x14, 0x1A) : QColor(Qt::white);
     }
-    return palette.color(QPalette::WindowText);
+    return inUse(palette, QPalette::WindowText);
 }
 
 QColor cardFill(const QPalette& palette) {
