@@ -96,7 +96,7 @@ std::string debianArchitecture() {
 }
 
 bool hasDebianPackages() {
-    return std::filesystem::exists("/var/lib/dpkg/status");
+    return std::filesystem::exists("/etc/debian_version");  // its derivatives have it, too
 }
 
 }  // namespace orvel
