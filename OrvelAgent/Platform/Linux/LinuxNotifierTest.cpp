@@ -6,6 +6,8 @@
 
 #include "Tests/Support/BusService.h"
 #include "Tests/Support/ScopedEnvironment.h"
+#include "Tests/Support/TemporaryFolder.h"
+#include "Tests/Support/XServer.h"
 
 namespace orvel {
 namespace {
@@ -101,6 +103,47 @@ TEST_F(LinuxNotifierTest, aHangingDaemonOrBusHoldsNobody) {
     const ScopedEnvironment none("DBUS_SESSION_BUS_ADDRESS", std::nullopt);
     const ScopedEnvironment nowhere("XDG_RUNTIME_DIR", std::nullopt);
     LinuxNotifier().post({"a", "T", "B"});
+}
+
+TEST_F(LinuxNotifierTest, aDesktopsDaemonShowsThemAsTheyAre) {
+    const XServer server;
+    const TemporaryFolder folder;
+    auto environment = bus.asSession();
+    environment["DISPLAY"] = server.display();
+    environment["HOME"] = folder.path;
+    const BackgroundProcess dunst(
+        {.command = {"dunst"}, .environment = environment, .outputFile = folder / "log"});
+    ASSERT_TRUE(eventually([&] { return bus.hasOwner(name); })) << fileText(folder / "log");
+    const auto ask = [&](const std::string& method, const std::vector<std::string>& arguments) {
+        return bus.call(name, "/org/freedesktop/Notifications", method, arguments)
+            .value_or(std::string());
+    };
+    const auto areShown = [&](int count) {
+        return eventually([&] {
+            const auto shown = ask("org.freedesktop.DBus.Properties.Get",
+                                   {"string:org.dunstproject.cmd0", "string:displayedLength"});
+            return shown.find("uint32 " + std::to_string(count) + '\n') != std::string::npos;
+        });
+    };
+    LinuxNotifier notifier;
+    notifier.post({"a", "Yeni telefon eşleşti", "eski"});
+    notifier.post({"b", "Uzaktan erişim açıldı", "<b>Cep</b> & Co"});
+    ASSERT_TRUE(areShown(2)) << fileText(folder / "log");
+    notifier.post({"a", "Yeni telefon eşleşti", "yeni"});
+    const BackgroundProcess::Options search{
+        .command = {"xdotool", "search", "--onlyvisible", "--class", "Dunst"},
+        .environment = environment,
+        .outputFile = folder / "windows"};
+    EXPECT_TRUE(eventually([&] { return BackgroundProcess(search).wait() == 0; }));
+    // It keeps what it has shown.
+    std::string history;
+    EXPECT_TRUE(eventually([&] {
+        ask("org.dunstproject.cmd0.NotificationCloseAll", {});
+        history = ask("org.dunstproject.cmd0.NotificationListHistory", {});
+        return history.find("yeni") != std::string::npos;
+    })) << history;
+    EXPECT_EQ(history.find("eski"), std::string::npos);
+    EXPECT_NE(history.find("&lt;b&gt;Cep&lt;/b&gt; &amp; Co"), std::string::npos) << history;
 }
 
 }  // namespace
