@@ -41,7 +41,7 @@ promptly() {
 }
 
 measureWindowedStart() {
-    local began listening icon pid wakeups
+    local began listening icon pid wakeups first again
     rm -f "$scratch/windowed.log"
     began=$(milliseconds)
     start windowed "$root/build/release/orvel-agent" --state-dir "$scratch/agent" --no-advertise --bind 127.0.0.1
@@ -54,15 +54,15 @@ measureWindowedStart() {
     wakeups=$(waits "$pid")
     sleep 10
     wakeups=$(awk -v a="$wakeups" -v b="$(waits "$pid")" 'BEGIN { printf "%.1f", (b - a) / 10 }')
-    local rss private panel
+    local rss private
     rss=$(awk '/^Rss/ { printf "%.0f", $2 / 1024 }' "/proc/$pid/smaps_rollup")
     private=$(awk '/^Private/ { sum += $2 } END { printf "%.0f", sum / 1024 }' "/proc/$pid/smaps_rollup")
-    panel=($(clickTheIcon))
+    first=$(clickTheIcon)
     sleep 1 # two clicks in a row are something else
     clickTheIcon >/dev/null
     sleep 1
-    panel+=($(clickTheIcon))
-    printf '%-8s %16s %16s %14s %14s %12s %14s %12s\n' "$((round + 1))" "$listening" "$icon" "${panel[@]}" \
+    again=$(clickTheIcon)
+    printf '%-8s %16s %16s %14s %14s %12s %14s %12s\n' "$((round + 1))" "$listening" "$icon" "$first" "$again" \
         "$rss" "$private" "$wakeups"
     endProcess "$pid"
 }

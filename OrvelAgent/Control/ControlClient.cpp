@@ -27,7 +27,8 @@ bool ControlClient::wait(short event, MonotonicTime deadline) const {
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
         pollfd waiting{descriptor, event, 0};
-        const int ready = ::poll(&waiting, 1, static_cast<int>(std::clamp<std::int64_t>(left, 0, 60'000)));
+        const int ready =
+            ::poll(&waiting, 1, static_cast<int>(std::clamp<std::int64_t>(left, 0, 60'000)));
         if (ready > 0) return true;
         if (ready < 0 && errno != EINTR) return false;
         if (Clock::now() >= deadline) return false;
