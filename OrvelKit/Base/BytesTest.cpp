@@ -35,6 +35,16 @@ TEST(Base64, refusesWhatIsNotExactlyThat) {
     }
 }
 
+TEST(Clock, aDateGivesItselfAgain) {
+    for (const double seconds :
+         {784'512'342.55, 784'512'342.55000007, -0.1, 1.5, 16'777'217.3, 7e9 / 3}) {
+        SCOPED_TRACE(seconds);
+        const WallTime date = fromSecondsSinceReferenceDate(seconds);
+        EXPECT_EQ(fromSecondsSinceReferenceDate(secondsSinceReferenceDate(date)), date);
+        EXPECT_NEAR(secondsSinceReferenceDate(date), seconds, 1e-9);
+    }
+}
+
 TEST(Clock, datesCountFrom2001AndForeignValuesSaturate) {
     EXPECT_EQ(secondsSinceReferenceDate(WallTime(std::chrono::seconds(978'307'210))), 10.0);
     EXPECT_EQ(fromSecondsSinceReferenceDate(10), WallTime(std::chrono::seconds(978'307'210)));

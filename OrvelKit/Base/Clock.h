@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cmath>
 
 namespace orvel {
 
@@ -15,18 +16,22 @@ using WallTime = std::chrono::system_clock::time_point;
 // Dates cross the wire and lie in stored state as seconds since 2001-01-01 00:00:00 UTC.
 inline constexpr std::chrono::seconds referenceDateSinceUnixEpoch{978'307'200};
 
+// Both ways convert whole seconds and the rest apart: a date that is read and written again and
+// again does not creep, each number gives itself again.
 inline double secondsSinceReferenceDate(WallTime time) {
-    return std::chrono::duration<double>(time.time_since_epoch() - referenceDateSinceUnixEpoch)
-        .count();
+    const auto all = time.time_since_epoch() - referenceDateSinceUnixEpoch;
+    const auto whole = std::chrono::floor<std::chrono::seconds>(all);
+    return static_cast<double>(whole.count()) + std::chrono::duration<double>(all - whole).count();
 }
 
 // Values beyond what WallTime holds saturate: a foreign state file must not overflow.
 inline WallTime fromSecondsSinceReferenceDate(double seconds) {
     constexpr double limit = 8.0e9;  // about year 2254 and 1747: inside 64-bit nanoseconds
     const double clamped = seconds > limit ? limit : seconds >= -limit ? seconds : -limit;
-    const std::chrono::duration<double> sinceEpoch{clamped +
-                                                   double(referenceDateSinceUnixEpoch.count())};
-    return WallTime(std::chrono::duration_cast<WallTime::duration>(sinceEpoch));
+    const double whole = std::floor(clamped);
+    const auto rest = std::chrono::nanoseconds(std::llround((clamped - whole) * 1e9));
+    return WallTime(std::chrono::round<WallTime::duration>(
+        referenceDateSinceUnixEpoch + std::chrono::seconds(std::llround(whole)) + rest));
 }
 
 }  // namespace orvel

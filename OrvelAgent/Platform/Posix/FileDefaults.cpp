@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -62,23 +61,6 @@ std::optional<std::map<std::string, Value>> decodedMembers(const std::optional<s
 std::optional<std::string> text(JsonValue value) {
     const auto found = value.string();
     return found ? std::optional<std::string>(*found) : std::nullopt;
-}
-
-// A date is read and written back whenever another one in its dictionary changes. So that it does
-// not creep, whole seconds and the rest are converted apart: each number gives itself again.
-WallTime dateAt(double seconds) {
-    constexpr double limit = 8.0e9;
-    if (std::abs(seconds) > limit) return fromSecondsSinceReferenceDate(seconds);
-    const double whole = std::floor(seconds);
-    return WallTime(std::chrono::duration_cast<WallTime::duration>(
-        referenceDateSinceUnixEpoch + std::chrono::seconds(std::llround(whole)) +
-        std::chrono::nanoseconds(std::llround((seconds - whole) * 1e9))));
-}
-
-double secondsOf(WallTime date) {
-    const auto all = date.time_since_epoch() - referenceDateSinceUnixEpoch;
-    const auto whole = std::chrono::floor<std::chrono::seconds>(all);
-    return static_cast<double>(whole.count()) + std::chrono::duration<double>(all - whole).count();
 }
 
 template <class Value, class Encode>
@@ -315,7 +297,7 @@ std::optional<std::map<std::string, WallTime>> FileDefaults::dateDictionary(
     const std::string& key) {
     return decodedMembers<WallTime>(json(key), [](JsonValue value) {
         const auto seconds = value.number();
-        return seconds ? std::optional(dateAt(*seconds)) : std::nullopt;
+        return seconds ? std::optional(fromSecondsSinceReferenceDate(*seconds)) : std::nullopt;
     });
 }
 
@@ -352,7 +334,7 @@ bool FileDefaults::set(const std::string& key, const std::map<std::string, Bytes
 
 bool FileDefaults::set(const std::string& key, const std::map<std::string, WallTime>& value) {
     return change(key, encodedMembers(value, [](JsonWriter& json, WallTime member) {
-                      json.number(secondsOf(member));
+                      json.number(secondsSinceReferenceDate(member));
                   }));
 }
 
