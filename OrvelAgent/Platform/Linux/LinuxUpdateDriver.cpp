@@ -4,6 +4,7 @@
 
 #include "OrvelAgent/Platform/Linux/FeedUpdateDriver.h"
 #include "OrvelAgent/Platform/Linux/PackageInstaller.h"
+#include "OrvelAgent/Platform/NoUpdateDriver.h"
 #include "OrvelAgent/Platform/Posix/StatePlaces.h"
 #include "OrvelAgent/Platform/SocketOptions.h"
 #include "OrvelAgent/Update/UpdateSource.h"
@@ -14,21 +15,6 @@ namespace {
 
 constexpr const char* packageName = "orvel-agent";
 constexpr const char* packageType = "application/vnd.debian.binary-package";  // registered by IANA
-
-// A build that has no feed, or a system that has no such packages.
-class NoUpdateDriver final : public UpdateDriver {
-public:
-    void start(Callbacks) override {}
-    bool hasInterface() const override { return false; }
-    bool isConfigured() const override { return false; }
-    bool canCheck() const override { return false; }
-    bool automaticallyChecks() const override { return false; }
-    void setAutomaticallyChecks(bool) override {}
-    void checkForUpdates() override {}
-    void install() override {}
-    void skip() override {}
-    void dismiss() override {}
-};
 
 // Made before the driver and gone after it: the queue first, then what its tasks use.
 struct UpdateQueue {
